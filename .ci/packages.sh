@@ -1,0 +1,39 @@
+# shellcheck shell=bash disable=SC2034
+# Sourced by ./demo and ./test: the Debian packages that a build needs, and how they get here.
+packages_build=(g++ cmake ninja-build ccache pkg-config libgtest-dev libbenchmark-dev libgmime-3.0-dev
+  libcli11-dev nlohmann-json3-dev)
+packages_check=(clang clang-format clang-tidy)
+
+# need PACKAGE...: installs those that are missing; ends the script, with their names, where it may not.
+need() {
+  local missing=() package root=()
+  if ! command -v dpkg-query >/dev/null; then
+    echo "This is not a Debian-like system; what has to be there: $*"
+    return
+  fi
+  for package in "$@"; do
+    [ "$(dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null)" = installed ] ||
+      missing+=("$package")
+  done
+  [ ${#missing[@]} -gt 0 ] || return 0
+
+  if [ "$(id -u)" -ne 0 ]; then
+    if ! sudo -n true 2>/dev/null; then
+      echo "Missing packages, and no right to install them. As root:" >&2
+      echo "  apt-get install ${missing[*]}" >&2
+      exit 1
+    fi
+    root=(sudo -n)
+  fi
+  echo "Installing ${missing[*]}"
+  local log
+  log=$(mktemp)
+  if ! { "${root[@]}" apt-get update &&
+    "${root[@]}" env DEBIAN_FRONTEND=noninteractive \
+      apt-get install -y --no-install-recommends "${missing[@]}"; } </dev/null >"$log" 2>&1; then
+    tail -n 20 "$log" >&2
+    echo "Could not install ${missing[*]}" >&2
+    exit 1
+  fi
+  rm -f "$log"
+}

@@ -1,0 +1,44 @@
+// The library's lock: private to the process, re-entrant for the thread that holds it.
+#pragma once
+
+#include <atomic>
+#include <mutex>
+#include <thread>
+
+class CSharedLock {
+ public:
+  void Lock() {
+    const auto self = std::this_thread::get_id();
+    if (m_owner.load(std::memory_order_relaxed) != self) {
+      m_mutex.lock();
+      m_owner.store(self, std::memory_order_relaxed);
+    }
+    ++m_depth;
+  }
+  void Unlock() {
+    if (--m_depth == 0) {
+      m_owner.store({}, std::memory_order_relaxed);
+      m_mutex.unlock();
+    }
+  }
+  // True when the calling thread holds it.
+  bool IsHeld() const {
+    return m_owner.load(std::memory_order_relaxed) == std::this_thread::get_id();
+  }
+
+ private:
+  std::mutex m_mutex;
+  std::atomic<std::thread::id> m_owner{};
+  unsigned m_depth = 0;  // guarded by m_mutex
+};
+
+class CSharedLocker {
+ public:
+  explicit CSharedLocker(CSharedLock& lock) : m_lock(lock) { m_lock.Lock(); }
+  ~CSharedLocker() { m_lock.Unlock(); }
+  CSharedLocker(const CSharedLocker&) = delete;
+  CSharedLocker& operator=(const CSharedLocker&) = delete;
+
+ private:
+  CSharedLock& m_lock;
+};

@@ -1,0 +1,41 @@
+#include <atomic>
+#include <chrono>
+
+#include "platform/File.h"
+#include "platform/System.h"
+#include "platform/Time.h"
+
+namespace platform {
+namespace {
+
+std::atomic<FileSystem*> g_files{nullptr};
+std::atomic<Clock> g_clock{nullptr};
+
+Instant SystemNow() {
+  using std::chrono::milliseconds;
+  const auto now = std::chrono::floor<milliseconds>(std::chrono::system_clock::now());
+  const auto whole = std::chrono::floor<std::chrono::seconds>(now);
+  return {whole.time_since_epoch().count(), static_cast<int>((now - whole).count())};
+}
+
+}  // namespace
+
+FileSystem& Files() {
+  FileSystem* files = g_files.load(std::memory_order_acquire);
+  return files != nullptr ? *files : SystemFiles();
+}
+
+FileSystem* SetFiles(FileSystem* files) {
+  return g_files.exchange(files, std::memory_order_acq_rel);
+}
+
+Instant Now() {
+  const Clock clock = g_clock.load(std::memory_order_acquire);
+  return clock != nullptr ? clock() : SystemNow();
+}
+
+Clock SetClock(Clock clock) {
+  return g_clock.exchange(clock, std::memory_order_acq_rel);
+}
+
+}  // namespace platform

@@ -1,0 +1,11 @@
+// What the two implementations give to the part of platform that they share. Not for other layers.
+#pragma once
+
+#include "platform/File.h"
+
+namespace platform {
+
+// The operating system's own file system; it has no state and lives as long as the process.
+FileSystem& SystemFiles();
+
+}  // namespace platform

@@ -1,0 +1,172 @@
+#include "platform/win32/OpenFile.h"
+
+#include <algorithm>
+
+namespace platform::win32 {
+namespace {
+
+constexpr std::size_t kLongestCall = std::size_t{1} << 30;
+constexpr std::int64_t kTicks = 10'000'000;      // of 100 ns in a second
+constexpr std::int64_t kEpoch = 11'644'473'600;  // seconds from 1601 to 1970
+constexpr std::int64_t kNanoseconds = 1'000'000'000;
+// Update locks lie far behind any content, so that they keep nobody from reading or writing.
+constexpr DWORD kLockHigh = 0x7FFFFFFF;
+
+std::uint64_t Joined(DWORD high, DWORD low) {
+  return std::uint64_t{high} << 32 | low;
+}
+DWORD Low(std::uint64_t value) {
+  return static_cast<DWORD>(value);
+}
+DWORD High(std::uint64_t value) {
+  return static_cast<DWORD>(value >> 32);
+}
+
+std::int64_t SinceEpochNs(const FILETIME& time) {
+  const auto ticks = static_cast<std::int64_t>(Joined(time.dwHighDateTime, time.dwLowDateTime));
+  return (ticks - kEpoch * kTicks) * (kNanoseconds / kTicks);
+}
+
+FileKind KindOf(DWORD attributes) {
+  if ((attributes & FILE_ATTRIBUTE_DIRECTORY) != 0) return FileKind::Directory;
+  return (attributes & FILE_ATTRIBUTE_DEVICE) != 0 ? FileKind::Other : FileKind::File;
+}
+
+OVERLAPPED At(std::uint64_t offset) {
+  OVERLAPPED position{};
+  position.Offset = Low(offset);
+  position.OffsetHigh = High(offset);
+  return position;
+}
+
+DWORD Step(std::size_t left) {
+  return static_cast<DWORD>(std::min(left, kLongestCall));
+}
+
+}  // namespace
+
+FileInfo InfoOf(const BY_HANDLE_FILE_INFORMATION& from) {
+  FileInfo info;
+  info.kind = KindOf(from.dwFileAttributes);
+  info.length = Joined(from.nFileSizeHigh, from.nFileSizeLow);
+  const std::int64_t modifiedNs = SinceEpochNs(from.ftLastWriteTime);
+  info.modified = modifiedNs / kNanoseconds;
+  info.attributes =
+      from.dwFileAttributes & (attribute::ReadOnly | attribute::Directory | attribute::Archive);
+  info.stamp = {from.dwVolumeSerialNumber, Joined(from.nFileIndexHigh, from.nFileIndexLow),
+                info.length, modifiedNs, SinceEpochNs(from.ftCreationTime)};
+  return info;
+}
+
+Status OpenFile::Read(std::uint64_t offset, void* data, std::size_t size, std::size_t& done) {
+  done = 0;
+  while (done < size) {
+    OVERLAPPED position = At(offset + done);
+    DWORD got = 0;
+    char* to = static_cast<char*>(data) + done;
+    if (!::ReadFile(m_handle.Get(), to, Step(size - done), &got, &position)) {
+      return ::GetLastError() == ERROR_HANDLE_EOF ? Status() : LastStatus();
+    }
+    if (got == 0) break;
+    done += got;
+  }
+  return {};
+}
+
+Status OpenFile::Write(std::uint64_t offset, const void* data, std::size_t size,
+                       std::size_t& done) {
+  done = 0;
+  while (done < size) {
+    OVERLAPPED position = At(offset + done);
+    DWORD put = 0;
+    const char* from = static_cast<const char*>(data) + done;
+    if (!::WriteFile(m_handle.Get(), from, Step(size - done), &put, &position)) return LastStatus();
+    if (put == 0) return StatusOf(ERROR_DISK_FULL);
+    done += put;
+  }
+  return {};
+}
+
+// All ones as the position means the end of the file at the time of the write.
+Status OpenFile::Append(const void* data, std::size_t size) {
+  for (std::size_t done = 0; done < size;) {
+    OVERLAPPED position = At(~std::uint64_t{0});
+    DWORD put = 0;
+    const char* from = static_cast<const char*>(data) + done;
+    if (!::WriteFile(m_handle.Get(), from, Step(size - done), &put, &position)) return LastStatus();
+    if (put == 0) return StatusOf(ERROR_DISK_FULL);
+    done += put;
+  }
+  return {};
+}
+
+Status OpenFile::GetInfo(FileInfo& info) {
+  BY_HANDLE_FILE_INFORMATION state{};
+  if (!::GetFileInformationByHandle(m_handle.Get(), &state)) return LastStatus();
+  info = InfoOf(state);
+  return {};
+}
+
+Status OpenFile::Truncate(std::uint64_t length) {
+  const std::lock_guard guard(m_position);
+  LARGE_INTEGER to;
+  to.QuadPart = static_cast<LONGLONG>(length);
+  if (!::SetFilePointerEx(m_handle.Get(), to, nullptr, FILE_BEGIN)) return LastStatus();
+  return StatusOfCall(::SetEndOfFile(m_handle.Get()));
+}
+
+// There is no call that starts without waiting; Sync does all of the work.
+Status OpenFile::StartWriteOut() {
+  return {};
+}
+
+Status OpenFile::Sync() {
+  return StatusOfCall(::FlushFileBuffers(m_handle.Get()));
+}
+
+Status OpenFile::Map(std::uint64_t length, Access access, std::unique_ptr<View>& view) {
+  FileInfo info;
+  if (const Status status = GetInfo(info); !status.Ok()) return status;
+  if (length > info.length) return StatusOf(ERROR_INVALID_PARAMETER);
+  if (length > SIZE_MAX) return StatusOf(ERROR_NOT_ENOUGH_MEMORY);
+  if (length == 0) {
+    view = std::make_unique<MappedView>(Handle(), nullptr, 0);
+    return {};
+  }
+  const bool writes = access == Access::ReadWrite;
+  const Handle mapping(::CreateFileMappingA(m_handle.Get(), nullptr,
+                                            writes ? PAGE_READWRITE : PAGE_READONLY, High(length),
+                                            Low(length), nullptr));
+  if (!mapping.Valid()) return LastStatus();
+  void* base = ::MapViewOfFile(mapping.Get(), writes ? FILE_MAP_WRITE : FILE_MAP_READ, 0, 0,
+                               static_cast<SIZE_T>(length));
+  if (base == nullptr) return LastStatus();
+  HANDLE twin = nullptr;
+  const HANDLE self = ::GetCurrentProcess();
+  if (!::DuplicateHandle(self, m_handle.Get(), self, &twin, 0, FALSE, DUPLICATE_SAME_ACCESS)) {
+    const Status status = LastStatus();
+    ::UnmapViewOfFile(base);
+    return status;
+  }
+  view = std::make_unique<MappedView>(Handle(twin), base, length);
+  return {};
+}
+
+Status OpenFile::LockForUpdate() {
+  OVERLAPPED position{};
+  position.OffsetHigh = kLockHigh;
+  return StatusOfCall(::LockFileEx(m_handle.Get(), LOCKFILE_EXCLUSIVE_LOCK, 0, 1, 0, &position));
+}
+
+MappedView::~MappedView() {
+  if (m_base != nullptr) ::UnmapViewOfFile(m_base);
+}
+
+Status MappedView::Flush(std::uint64_t offset, std::uint64_t length) {
+  if (offset > m_length || length > m_length - offset) return StatusOf(ERROR_INVALID_PARAMETER);
+  if (length == 0) return {};
+  if (!::FlushViewOfFile(m_base + offset, static_cast<SIZE_T>(length))) return LastStatus();
+  return StatusOfCall(::FlushFileBuffers(m_file.Get()));
+}
+
+}  // namespace platform::win32

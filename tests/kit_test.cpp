@@ -1,0 +1,180 @@
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <ctime>
+
+#include "kit/KitDateTime.h"
+#include "kit/KitErrors.h"
+#include "kit/KitString.h"
+#include "kit/LogDispatcher.h"
+#include "kit/RegistrationNumber.h"
+#include "tests/support/FaultyFiles.h"
+#include "tests/support/TempDir.h"
+
+namespace {
+
+class Zone {
+ public:
+  explicit Zone(const char* rule) { Set(rule); }
+  ~Zone() { Set("UTC0"); }
+
+ private:
+  static void Set(const char* rule) {
+    ::setenv("TZ", rule, 1);
+    ::tzset();
+  }
+};
+
+int CodeOfParsing(const std::string& text) {
+  try {
+    CKitDateTime::Parse(text);
+  } catch (const XKitStatus& failure) {
+    return failure.Code();
+  }
+  return 0;
+}
+
+TEST(DateTime, Text_and_seconds_agree_across_changes_of_the_clocks) {
+  const Zone zone("CET-1CEST,M3.5.0,M10.5.0/3");
+  EXPECT_EQ(CKitDateTime(1'000'000'059).Text(), " 9.09.2001 03:47");
+  EXPECT_EQ(CKitDateTime::Parse(" 9.09.2001 03:47").Seconds(), 1'000'000'020U);
+  EXPECT_EQ(CKitDateTime::Parse("9.9.2001 3:47 and more").Seconds(), 1'000'000'020U);
+  EXPECT_EQ(CKitDateTime::Parse("").Seconds(), 0U);
+  EXPECT_EQ(CKitDateTime().Text(), "");
+  EXPECT_EQ(CKitDateTime(0xFFFFFFFF).Text(), " 7.02.2106 07:28");
+  EXPECT_EQ(CKitDateTime::Parse(" 7.02.2106 07:28").Seconds(), 0xFFFFFFFFU - 15);
+  // 02:30 came twice on 27.10.2024, and not at all on 31.03.2024.
+  EXPECT_EQ(CKitDateTime::Parse("27.10.2024 02:30").Seconds(), 1'729'989'000U);
+  EXPECT_EQ(CKitDateTime(1'729'989'000 + 3600).Text(), "27.10.2024 02:30");
+  EXPECT_EQ(CKitDateTime::Parse("31.03.2024 02:30").Text(), "31.03.2024 03:30");
+  EXPECT_EQ(CKitDateTime::Parse("29.02.2024 23:59").Text(), "29.02.2024 23:59");
+}
+
+TEST(DateTime, What_is_no_date_of_1970_to_2106_is_refused) {
+  const Zone zone("UTC0");
+  for (const char* text :
+       {"yesterday", " ", "1.1.2001", "1.1.2001 10", "29.02.2023 00:00", "29.02.2100 00:00",
+        "31.04.2024 00:00", "0.01.2024 00:00", "1.13.2024 00:00", "1.00.2024 00:00",
+        "1.01.2024 24:00", "1.01.2024 00:60", "-1.01.2024 00:00", "31.12.1969 23:59",
+        "1.01.1970 00:00", "7.02.2106 06:29", "1.01.20240 00:00", "1-01-2024 00:00"}) {
+    EXPECT_EQ(CodeOfParsing(text), kit::kStatusInvalidArgument) << text;
+  }
+  EXPECT_EQ(CodeOfParsing("1.01.1970 00:01"), 0);
+}
+
+TEST(Paths, Normal_form_parts_and_joining) {
+  const std::pair<const char*, const char*> normal[] = {{"", ""},
+                                                        {".", "."},
+                                                        {"./", "."},
+                                                        {"/", "/"},
+                                                        {"//a//b/", "/a/b"},
+                                                        {"./a/./b/.", "a/b"},
+                                                        {"a/../b", "a/../b"},
+                                                        {"/.", "/"},
+                                                        {"...", "..."},
+                                                        {"a\\b", "a\\b"}};
+  for (const auto& [path, expected] : normal) {
+    EXPECT_EQ(CKitFile::NormalizeFileName(path), expected) << path;
+  }
+  for (const auto& [path, expected] :
+       {std::pair("a/b", "a"), std::pair("/a//b", "/a"), std::pair("/a", "/"), std::pair("a", ""),
+        std::pair("a/", "a"), std::pair("/", "/")}) {
+    EXPECT_EQ(CKitFile::DirectoryName(path), expected) << path;
+  }
+  const std::array<const char*, 3> parts[] = {{"a/b/c.tar.gz", "c.tar", ".gz"},
+                                              {"a.b/c", "c", ""},
+                                              {"/.profile", ".profile", ""},
+                                              {"..", "..", ""},
+                                              {"x.", "x", "."}};
+  for (const auto& [path, base, extension] : parts) {
+    EXPECT_EQ(CKitFile::BaseName(path), base);
+    EXPECT_EQ(CKitFile::Extension(path), extension);
+  }
+  EXPECT_EQ(CKitFile::Join("a", "b") + CKitFile::Join("/", "b") + CKitFile::Join("", "b"),
+            "a/b/bb");
+}
+
+TEST(KitFile, Failure_names_file_action_and_cause) {
+  const TempDir dir;
+  FaultyFiles files;
+  CKitFile file(dir / "f", {platform::Access::ReadWrite, platform::Disposition::CreateNew,
+                            platform::Sharing::All});
+  files.Fail({.calls = call::kWrite, .cause = platform::Cause::NoSpace, .written = 2});
+  try {
+    file.Write(0, "text", 4);
+    FAIL();
+  } catch (const XKitFile& failure) {
+    EXPECT_EQ(failure.what(), "cannot write to '" + dir / "f" + "': No space left on device");
+    EXPECT_EQ(failure.Why(), XKitFile::Cause::NoSpace);
+    EXPECT_EQ(failure.SystemCode(), ENOSPC);
+    EXPECT_EQ(failure.FileName(), dir / "f");
+  }
+  EXPECT_EQ(ReadBytes(dir / "f"), "te");
+  EXPECT_THROW(CKitFile(dir / "none", {}), XKitFile);
+}
+
+TEST(KitFile, Removing_copes_with_write_protection_and_wiping_overwrites_first) {
+  const TempDir dir;
+  EXPECT_FALSE(CKitFile::RemoveEx(dir / "none"));
+  WriteBytes(dir / "f", std::string(100'000, 's'));
+  std::filesystem::create_hard_link(dir / "f", dir / "other");
+  CKitFile::SetAttributes(dir / "f", platform::attribute::ReadOnly);
+  ZeroAndDeleteFile(dir / "f");
+  EXPECT_FALSE(CKitFile::Exists(dir / "f"));
+  EXPECT_EQ(ReadBytes(dir / "other"), std::string(100'000, '\0'));
+  EXPECT_THROW(ZeroAndDeleteFile(dir / "f"), XKitFile);
+
+  FaultyFiles files;  // a system that protects such files from removal
+  CKitFile::SetAttributes(dir / "other", platform::attribute::ReadOnly);
+  files.Fail({.calls = call::kRemove, .cause = platform::Cause::AccessDenied});
+  EXPECT_TRUE(CKitFile::RemoveEx(dir / "other"));
+  EXPECT_EQ(files.Count(call::kRemove), 2U);
+}
+
+TEST(Folders, Made_found_listed_and_removed) {
+  const TempDir dir;
+  CKitFolder::MakePath(dir / "a//b/./c/");
+  CKitFolder::MakePath(dir / "a/b");
+  EXPECT_TRUE(CKitFolder::Exists(dir / "a/b/c"));
+  EXPECT_FALSE(CKitFolder::MakeFolder(dir / "a"));
+  EXPECT_FALSE(CKitFolder::RemoveFolder(dir / "a"));
+  EXPECT_FALSE(CKitFolder::RemoveFolder(dir / "none"));
+  WriteBytes(dir / "a/Z", "");
+  EXPECT_THROW(CKitFolder::MakePath(dir / "a/Z/y"), XKitFile);
+  EXPECT_THROW(CKitFolder::MakePath(dir / "a/Z"), XKitFile);
+  CKitFindFile entries(dir / "a");
+  EXPECT_EQ(entries.Next()->name, "Z");
+  EXPECT_EQ(entries.Next()->kind, platform::FileKind::Directory);
+  EXPECT_EQ(entries.Next(), nullptr);
+  const std::string first = CKitFolder::UniqueDirectoryName(dir.Path());
+  EXPECT_NE(first, CKitFolder::UniqueDirectoryName(dir.Path()));
+  EXPECT_EQ(
+      first.substr(dir.Path().size() + 1).find_first_not_of("0123456789abcdefghijklmnopqrstuvwxyz"),
+      std::string::npos);
+  EXPECT_EQ(first.size(), dir.Path().size() + 9);
+}
+
+TEST(Log, Default_sink_keeps_errors_only_and_a_sink_gets_each_event_twice) {
+  testing::internal::CaptureStderr();
+  LogEvent(severity::Repaired, "quiet", __FILE__, __LINE__);
+  LogEvent(severity::Error, "loud", __FILE__, __LINE__);
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "MS loud\n");
+
+  struct Sink : CLogSink {
+    std::string seen;
+    void WriteLogFormatted(const char* text, const char* prefix, int level) override {
+      seen += KitFormat("%s%s %d;", prefix, text, level);
+    }
+    int ReportLog(int level, const char* text, const char* source, int line) override {
+      seen += KitFormat("%d %s %s:%d;", level, text, source, line);
+      return 0;
+    }
+  } sink;
+  EXPECT_EQ(SetLogSink(&sink), nullptr);
+  LogEvent(severity::Information, "event", "x.cpp", 7);
+  EXPECT_EQ(SetLogSink(nullptr), &sink);
+  EXPECT_EQ(sink.seen, "MS event 0;0 event x.cpp:7;");
+  EXPECT_EQ(FormatRegistrationNumber("A-", -1), "A-4294967295");
+}
+
+}  // namespace

@@ -1,0 +1,41 @@
+// A directory for one test, removed with all that is in it.
+#pragma once
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+
+#include "kit/KitFile.h"
+#include "kit/KitFolder.h"
+
+class TempDir {
+ public:
+  TempDir() {
+    const std::string parent = std::filesystem::temp_directory_path().string();
+    do {
+      m_path = CKitFolder::UniqueDirectoryName(parent);
+    } while (!CKitFolder::MakeFolder(m_path));
+  }
+  ~TempDir() {
+    std::error_code ignored;  // what is left over lies in the system's temporary directory
+    std::filesystem::remove_all(m_path, ignored);
+  }
+  TempDir(const TempDir&) = delete;
+  TempDir& operator=(const TempDir&) = delete;
+
+  const std::string& Path() const { return m_path; }
+  std::string operator/(const std::string& name) const { return CKitFile::Join(m_path, name); }
+
+ private:
+  std::string m_path;
+};
+
+inline std::string ReadBytes(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(in), {}};
+}
+
+inline void WriteBytes(const std::string& path, const std::string& bytes) {
+  std::ofstream(path, std::ios::binary) << bytes;
+}
