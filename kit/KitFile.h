@@ -44,6 +44,8 @@ class CKitFile {
   // ".." stays: only the file system knows what it means. A path is normalised as text; nothing
   // needs to exist.
   static std::string NormalizeFileName(const std::string& path);
+  // The normalised path from the root on, whatever the current directory becomes later.
+  static std::string FullName(const std::string& path);
   // "a/b/c.tar.gz" is base name "c.tar" and extension ".gz"; a leading point starts no extension.
   static std::string BaseName(const std::string& path);
   static std::string Extension(const std::string& path);

@@ -56,6 +56,10 @@ std::string CKitFile::NormalizeFileName(const std::string& path) {
   return result.empty() && !path.empty() ? "." : result;
 }
 
+std::string CKitFile::FullName(const std::string& path) {
+  return NormalizeFileName(platform::FullPath(path));
+}
+
 std::string CKitFile::BaseName(const std::string& path) {
   const std::string name = path.substr(NameStart(path));
   return name.substr(0, ExtensionStart(name));

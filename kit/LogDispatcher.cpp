@@ -13,9 +13,9 @@ constexpr int kBreakAnswer = 4;
 // Keeps errors only, each as one line, whole also when several threads write.
 class DefaultSink final : public CLogSink {
  public:
-  void WriteLogFormatted(const char* text, const char* prefix, int level) override {
+  void WriteLogFormatted(const char* text, const char*, int level) override {
     if (level < severity::Error) return;
-    const std::string line = std::string(prefix).append(text).append("\n");
+    const std::string line = std::string(text) + "\n";
     std::fputs(line.c_str(), stderr);
   }
   int ReportLog(int, const char*, const char*, int) override { return 0; }

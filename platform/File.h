@@ -150,6 +150,9 @@ FileSystem& Files();
 // one. The caller keeps ownership and makes sure that no file of the previous one is still in use.
 FileSystem* SetFiles(FileSystem* files);
 
+// The path from the root on: a relative one is taken from the current directory, as text. "" stays.
+std::string FullPath(const std::string& path);
+
 // The native separator, and what of it a path may end in.
 char Separator();
 bool IsSeparator(char c);

@@ -158,7 +158,7 @@ TEST(Log, Default_sink_keeps_errors_only_and_a_sink_gets_each_event_twice) {
   testing::internal::CaptureStderr();
   LogEvent(severity::Repaired, "quiet", __FILE__, __LINE__);
   LogEvent(severity::Error, "loud", __FILE__, __LINE__);
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), "MS loud\n");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "loud\n");
 
   struct Sink : CLogSink {
     std::string seen;

@@ -6,6 +6,8 @@
 #include <sys/statvfs.h>
 
 #include <cstdio>
+#include <filesystem>
+#include <system_error>
 
 #include "platform/System.h"
 #include "platform/posix/OpenFile.h"
@@ -126,6 +128,14 @@ Status PosixFileSystem::FreeSpace(const std::string& path, std::uint64_t& bytes)
 FileSystem& SystemFiles() {
   static posix::PosixFileSystem files;
   return files;
+}
+
+std::string FullPath(const std::string& path) {
+  if (path.empty() || path[0] == '/') return path;
+  std::error_code failed;
+  const std::filesystem::path here = std::filesystem::current_path(failed);
+  // Where the current directory is gone, a relative path means nothing, and opening it says so.
+  return failed ? path : (here / path).string();
 }
 
 char Separator() {

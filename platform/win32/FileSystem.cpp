@@ -180,6 +180,15 @@ FileSystem& SystemFiles() {
   return files;
 }
 
+std::string FullPath(const std::string& path) {
+  if (path.empty()) return path;
+  const DWORD needed = ::GetFullPathNameA(path.c_str(), 0, nullptr, nullptr);
+  if (needed == 0) return path;
+  std::string full(needed, '\0');
+  full.resize(::GetFullPathNameA(path.c_str(), needed, full.data(), nullptr));
+  return full;
+}
+
 char Separator() {
   return '\\';
 }

@@ -11,8 +11,9 @@
 
 class TempDir {
  public:
-  TempDir() {
-    const std::string parent = std::filesystem::temp_directory_path().string();
+  // Under the system's temporary directory unless another parent is named.
+  explicit TempDir(std::string parent = "") {
+    if (parent.empty()) parent = std::filesystem::temp_directory_path().string();
     do {
       m_path = CKitFolder::UniqueDirectoryName(parent);
     } while (!CKitFolder::MakeFolder(m_path));
