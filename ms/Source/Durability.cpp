@@ -1,0 +1,215 @@
+#include "Durability.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "kit/KitErrors.h"
+#include "kit/KitString.h"
+#include "kit/LogDispatcher.h"
+
+namespace {
+
+// Files kept open until they are synced. Beyond that many, those so far are synced early.
+constexpr std::size_t kMaxPendingFiles = 64;
+
+// How deep the calling thread is in changes of each store it is changing. Rarely more than one.
+struct Depth {
+  const CMSDurability* owner;
+  unsigned depth;
+};
+thread_local std::vector<Depth> t_depths;
+
+void Enter(const CMSDurability* owner) {
+  for (auto& entry : t_depths) {
+    if (entry.owner == owner) {
+      ++entry.depth;
+      return;
+    }
+  }
+  t_depths.push_back({owner, 1});
+}
+
+// True when that was the outermost.
+bool Leave(const CMSDurability* owner) {
+  const auto entry = std::find_if(t_depths.begin(), t_depths.end(),
+                                  [owner](const Depth& d) { return d.owner == owner; });
+  if (entry == t_depths.end() || --entry->depth > 0) return false;
+  t_depths.erase(entry);
+  return true;
+}
+
+bool IsWithin(const CMSDurability* owner) {
+  return std::any_of(t_depths.begin(), t_depths.end(),
+                     [owner](const Depth& d) { return d.owner == owner; });
+}
+
+}  // namespace
+
+CMSSyncTarget::CMSSyncTarget(CMSDurability& durability, Kind kind, std::string name)
+    : m_durability(durability), m_kind(kind), m_name(std::move(name)) {
+  const std::lock_guard guard(m_durability.m_state);
+  m_durability.m_targets.push_back(this);
+}
+
+// A target that leaves dirty leaves its debt unpaid; the store pays all before it lets its files
+// go.
+CMSSyncTarget::~CMSSyncTarget() {
+  const std::lock_guard paying(m_durability.m_paying);
+  const std::lock_guard guard(m_durability.m_state);
+  std::erase(m_durability.m_targets, this);
+}
+
+void CMSFileTarget::Written() {
+  Flushed([this] { return m_file.Sync(); });
+}
+
+void CMSFileTarget::Changed(platform::View& view, std::uint64_t offset, std::uint64_t length) {
+  Flushed([&] { return view.Flush(offset, length); });
+}
+
+CMSDurability::CMSDurability(CMSDurabilityLevel level, std::string directory)
+    : m_level(level), m_directory(std::move(directory)) {}
+
+void CMSDurability::CheckHealthy() const {
+  if (!HasFailed()) return;
+  const std::lock_guard guard(m_failureLock);
+  throw XKitStatus(kit::kStatusReadOnly, m_failure);
+}
+
+void CMSDurability::Begin() {
+  Enter(this);
+}
+
+void CMSDurability::End() {
+  Leave(this);
+}
+
+void CMSDurability::Commit() {
+  const bool outermost = Leave(this);
+  if (outermost && m_level != CMSDurabilityLevel::Process) Pay();
+  CheckHealthy();
+}
+
+void CMSDurability::Pay() {
+  if (m_level == CMSDurabilityLevel::Process) return;
+  const std::lock_guard paying(m_paying);
+  if (HasFailed()) return;
+  SyncPending();
+  SyncTargets(false);
+  RunPutOff();
+}
+
+bool CMSDurability::PayAll() {
+  const std::lock_guard paying(m_paying);
+  if (HasFailed()) return false;
+  SyncPending();
+  SyncTargets(true);
+  RunPutOff();
+  const std::lock_guard guard(m_state);
+  if (m_volumeDirty) Note(m_directory, platform::Files().SyncVolume(m_directory));
+  m_volumeDirty = false;
+  return !HasFailed();
+}
+
+// All write-outs begin before the first is waited for, so that the medium sees one batch.
+void CMSDurability::SyncTargets(bool derivedToo) {
+  std::vector<CMSSyncTarget*> due;
+  {
+    const std::lock_guard guard(m_state);
+    for (CMSSyncTarget* target : m_targets) {
+      if (!derivedToo && target->m_kind == CMSSyncTarget::Kind::Derived) continue;
+      if (target->m_dirty.exchange(false, std::memory_order_acq_rel)) due.push_back(target);
+    }
+  }
+  if (due.size() > 1)
+    for (CMSSyncTarget* target : due) Note(target->m_name, target->StartWriteOut());
+  for (CMSSyncTarget* target : due) Note(target->m_name, target->Sync());
+}
+
+void CMSDurability::SyncPending() {
+  std::vector<PendingFile> files;
+  std::set<std::string> directories;
+  {
+    const std::lock_guard guard(m_state);
+    files.swap(m_files);
+    directories.swap(m_directories);
+  }
+  if (files.size() > 1)
+    for (const auto& pending : files) Note(pending.path, pending.file->StartWriteOut());
+  for (const auto& pending : files) Note(pending.path, pending.file->Sync());
+  for (const auto& directory : directories) {
+    const platform::Status status = platform::Files().SyncDirectory(directory);
+    // A directory that has gone again owes nothing; its parent, which lost it, is on the list too.
+    if (status.Why() != platform::Cause::NotFound) Note(directory, status);
+  }
+}
+
+void CMSDurability::AfterPayment(std::function<void()> work) {
+  if (m_level != CMSDurabilityLevel::Operation || !IsWithin(this)) return work();
+  const std::lock_guard guard(m_state);
+  m_putOff.push_back(std::move(work));
+}
+
+void CMSDurability::RunPutOff() {
+  std::vector<std::function<void()>> due;
+  {
+    const std::lock_guard guard(m_state);
+    if (!HasFailed()) due.swap(m_putOff);
+  }
+  for (const auto& work : due) {
+    try {
+      work();
+    } catch (const XKitFile& error) {
+      LogEvent(severity::Error, error.what(), "ms\\Source\\Durability", 2);
+    }
+  }
+}
+
+void CMSDurability::FileWritten(std::unique_ptr<platform::File> file, const std::string& path) {
+  if (m_level == CMSDurabilityLevel::Immediate) {
+    Note(path, file->Sync());
+    return;
+  }
+  bool full = false;
+  {
+    const std::lock_guard guard(m_state);
+    if (m_level == CMSDurabilityLevel::Process) {
+      m_volumeDirty = true;
+      return;
+    }
+    m_files.push_back({std::move(file), path});
+    full = m_files.size() >= kMaxPendingFiles;
+  }
+  if (full) {
+    const std::lock_guard paying(m_paying);
+    SyncPending();
+  }
+}
+
+void CMSDurability::DirectoryChanged(const std::string& path) {
+  const std::string directory = path.empty() ? "." : path;
+  if (m_level == CMSDurabilityLevel::Immediate) {
+    Note(directory, platform::Files().SyncDirectory(directory));
+    return;
+  }
+  const std::lock_guard guard(m_state);
+  if (m_level == CMSDurabilityLevel::Process)
+    m_volumeDirty = true;
+  else
+    m_directories.insert(directory);
+}
+
+void CMSDurability::Note(const std::string& file, const platform::Status& status) {
+  if (!status.Ok()) Refuse("cannot sync '" + file + "': " + status.Text());
+}
+
+void CMSDurability::Refuse(const std::string& reason) {
+  const std::string text = reason + "; the store takes no further changes";
+  {
+    const std::lock_guard guard(m_failureLock);
+    if (HasFailed()) return;
+    m_failure = text;
+    m_failed.store(true, std::memory_order_release);
+  }
+  LogEvent(severity::Error, text.c_str(), "ms\\Source\\Durability", 1);
+}

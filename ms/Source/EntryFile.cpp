@@ -1,0 +1,132 @@
+#include "EntryFile.h"
+
+#include <cstring>
+#include <utility>
+
+#include "Errors.h"
+#include "OpenFile.h"
+#include "kit/KitFile.h"
+#include "kit/KitString.h"
+
+namespace {
+
+struct Header {
+  LittleU32 signature;
+  LittleU32 version;
+  LittleU32 keySize;
+  LittleU32 valueSize;
+};
+static_assert(sizeof(Header) == 16);
+
+}  // namespace
+
+CMSEntryFile::CMSEntryFile(const CMSEngineContext& context, const std::string& directory,
+                           const std::string& name, const CMSEntryFormat& format)
+    : m_context(context),
+      m_format(format),
+      m_fileName(CKitFile::Join(directory, name + format.extension)) {
+  Open(directory);
+  if (IsValid()) return;
+  platform::FileInfo info;
+  KitCheck(m_file->GetInfo(info), "examine", m_fileName);
+  if (info.length == 0 && !m_context.readOnly) {
+    CreateHeader();
+    return;
+  }
+  const std::string text = std::string(" ") + m_format.kind + " %s has wrong file header";
+  ReportAndThrow(m_context, text.c_str(), m_fileName, CMSDBException::kIndexInvalid);
+}
+
+void CMSEntryFile::Open(const std::string& directory) {
+  m_file = OpenStoreFile(m_context, m_fileName);
+  m_target = std::make_unique<CMSFileTarget>(m_context.durability, CMSSyncTarget::Kind::Derived,
+                                             m_fileName, *m_file);
+  if (!m_context.readOnly) m_context.durability.DirectoryChanged(directory);
+}
+
+bool CMSEntryFile::IsValid() {
+  platform::FileInfo info;
+  KitCheck(m_file->GetInfo(info), "examine", m_fileName);
+  const std::uint32_t size = m_format.HeaderSize();
+  if (info.length < size || (info.length - size) % m_format.EntrySize() != 0) return false;
+  const std::uint64_t slots = (info.length - size) / m_format.EntrySize();
+  if (slots >= kNoContainer) return false;
+  Header header;
+  std::size_t done = 0;
+  if (!m_file->Read(0, &header, size, done).Ok() || done != size) return false;
+  m_slots = static_cast<std::uint32_t>(slots);
+  return header.signature == m_format.signature && header.version <= kEntryVersion &&
+         header.keySize == m_format.keySize &&
+         (m_format.valueSize == 0 || header.valueSize == m_format.valueSize);
+}
+
+void CMSEntryFile::CreateHeader() {
+  const Header header{m_format.signature, kEntryVersion, m_format.keySize, m_format.valueSize};
+  WriteAt(0, &header, m_format.HeaderSize());
+  Cut(0);
+}
+
+void CMSEntryFile::WriteAt(std::uint64_t offset, const void* data, std::size_t size) {
+  std::size_t done = 0;
+  KitCheck(m_file->Write(offset, data, size, done), "write to", m_fileName);
+  m_target->Written();
+}
+
+std::uint32_t CMSEntryFile::Put(const std::byte* payload) {
+  m_context.CheckWritable(m_fileName);
+  const std::uint32_t slot = m_free.empty() ? m_slots : m_free.front();
+  std::byte entry[32];
+  entry[0] = std::byte{kEntryLive};
+  std::memcpy(entry + 1, payload, m_format.PayloadSize());
+  try {
+    WriteAt(OffsetOf(slot), entry, m_format.EntrySize());
+  } catch (const XKitFile&) {
+    UndoPut(slot);
+    throw;
+  }
+  if (m_free.empty())
+    ++m_slots;
+  else
+    m_free.pop_front();
+  return slot;
+}
+
+// A write that failed may have left the first bytes of an entry. They must not be taken for one, so
+// the slot is cut off or marked again; when even that fails, the file is refused at the next
+// opening and a repair rebuilds it.
+void CMSEntryFile::UndoPut(std::uint32_t slot) {
+  platform::Status status;
+  std::size_t done = 0;
+  const unsigned char deleted = kEntryDeleted;
+  if (slot == m_slots)
+    status = m_file->Truncate(OffsetOf(slot));
+  else
+    status = m_file->Write(OffsetOf(slot), &deleted, 1, done);
+  if (!status.Ok()) {
+    const std::string text = std::string(" ") + m_format.kind + " %s could not be restored";
+    ReportCorruption(m_context, text.c_str(), m_fileName);
+  }
+}
+
+void CMSEntryFile::Drop(std::uint32_t slot) {
+  m_context.CheckWritable(m_fileName);
+  const unsigned char deleted = kEntryDeleted;
+  WriteAt(OffsetOf(slot), &deleted, 1);
+  m_free.push_back(slot);
+}
+
+std::size_t CMSEntryFile::ReadBlock(std::uint32_t slot, std::vector<std::byte>& block) {
+  std::size_t done = 0;
+  KitCheck(m_file->Read(OffsetOf(slot), block.data(), block.size(), done), "read", m_fileName);
+  return done / m_format.EntrySize();
+}
+
+void CMSEntryFile::WriteBlock(std::uint32_t slot, const std::vector<std::byte>& block) {
+  WriteAt(OffsetOf(slot), block.data(), block.size());
+}
+
+void CMSEntryFile::Cut(std::uint32_t slots) {
+  KitCheck(m_file->Truncate(OffsetOf(slots)), "truncate", m_fileName);
+  m_target->Written();
+  m_slots = slots;
+}

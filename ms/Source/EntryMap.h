@@ -1,0 +1,159 @@
+// Entry file and sorted entries together: what key index, relations set and packet table have in
+// common.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "EntryFile.h"
+#include "Errors.h"
+#include "SortedRuns.h"
+#include "kit/SharedLock.h"
+
+// Traits give: Entry (default-constructible, with a member slot), Key and Of as CMSSortedRuns wants
+// them, kFormat, kUnique, Decode(payload, slot) and Encode(entry, payload).
+//
+// Invariant: the live entries of the file are those of the map, each at its slot.
+//
+// The entries of a map that is not unique may arrive in any order and are sorted when they are
+// first asked for; a unique one is sorted at once, since loading must find duplicates.
+template <class Traits>
+class CMSEntryMap {
+ public:
+  using Entry = typename Traits::Entry;
+  using Key = typename Traits::Key;
+
+  // compacts: whether the file is rewritten when deleted entries outnumber the live ones.
+  CMSEntryMap(const CMSEngineContext& context, const std::string& directory,
+              const std::string& name, bool compacts)
+      : m_file(context, directory, name, Traits::kFormat), m_compacts(compacts) {
+    Load();
+  }
+
+  CSharedLock& Lock() const { return m_lock; }
+  const std::string& FileName() const { return m_file.FileName(); }
+
+  std::size_t Size() const {
+    const CSharedLocker guard(m_lock);
+    return m_entries.Size() + m_unsorted.size();
+  }
+
+  // False, with nothing changed, when the key is there. XKitFile when the write fails; nothing is
+  // changed then either.
+  bool Add(Entry entry) {
+    const CSharedLocker guard(m_lock);
+    Sort();
+    if (m_entries.Find(Traits::Of(entry)) != nullptr) return false;
+    std::byte payload[Traits::kFormat.PayloadSize()];
+    Traits::Encode(entry, payload);
+    entry.slot = m_file.Put(payload);
+    m_entries.Insert(entry);
+    return true;
+  }
+
+  // False when the key is not there.
+  bool Remove(const Key& key) {
+    const CSharedLocker guard(m_lock);
+    Sort();
+    const auto at = m_entries.LowerBound(key);
+    if (m_entries.IsEnd(at) || key < Traits::Of(m_entries.At(at))) return false;
+    m_file.Drop(m_entries.At(at).slot);
+    m_entries.Erase(at);
+    if (m_compacts && m_file.FreeSlots() > m_entries.Size()) Compact();
+    return true;
+  }
+
+  std::optional<Entry> Find(const Key& key) const {
+    const CSharedLocker guard(m_lock);
+    Sort();
+    const Entry* entry = m_entries.Find(key);
+    return entry != nullptr ? std::optional<Entry>(*entry) : std::nullopt;
+  }
+  // The first entry whose key is not less.
+  std::optional<Entry> LowerBound(const Key& key) const {
+    const CSharedLocker guard(m_lock);
+    Sort();
+    const auto at = m_entries.LowerBound(key);
+    return m_entries.IsEnd(at) ? std::nullopt : std::optional<Entry>(m_entries.At(at));
+  }
+
+  // Calls body with every entry; in key order, except where the entries of a map that is not unique
+  // have not been asked for yet. The lock is held meanwhile.
+  template <class Body>
+  void ForEach(Body body) const {
+    const CSharedLocker guard(m_lock);
+    for (const Entry& entry : m_unsorted) body(entry);
+    m_entries.ForEach(body);
+  }
+
+  void CheckInvariants() const {
+    const CSharedLocker guard(m_lock);
+    Sort();
+    m_entries.CheckInvariants();
+  }
+
+ private:
+  void Load() {
+    const CSharedLocker guard(m_lock);
+    m_file.Load([this](const std::byte* payload, std::uint32_t slot) {
+      const Entry entry = Traits::Decode(payload, slot);
+      if (!m_unsorted.empty() || !PushBack(entry)) m_unsorted.push_back(entry);
+    });
+    if constexpr (Traits::kUnique) Sort();
+  }
+  bool PushBack(const Entry& entry) {
+    const Key key = Traits::Of(entry);
+    if (m_entries.Size() > 0 && !(m_last < key)) return false;
+    m_entries.PushBack(entry);
+    m_last = key;
+    return true;
+  }
+
+  // Merges what was loaded out of order.
+  void Sort() const {
+    if (m_unsorted.empty()) return;
+    std::vector<Entry> all;
+    all.reserve(m_entries.Size() + m_unsorted.size());
+    m_entries.ForEach([&](const Entry& entry) { all.push_back(entry); });
+    all.insert(all.end(), m_unsorted.begin(), m_unsorted.end());
+    std::sort(all.begin(), all.end(),
+              [](const Entry& a, const Entry& b) { return Traits::Of(a) < Traits::Of(b); });
+    m_unsorted = {};
+    m_entries.Clear();
+    for (const Entry& entry : all) {
+      if (m_entries.Size() > 0 && !(Traits::Of(m_entries.Last()) < Traits::Of(entry))) Duplicate();
+      m_entries.PushBack(entry);
+    }
+  }
+  [[noreturn]] void Duplicate() const {
+    m_entries.Clear();
+    const std::string text =
+        std::string(" ") + Traits::kFormat.kind + " %s detected duplicate key while loading";
+    ReportAndThrow(m_file.Context(), text.c_str(), m_file.FileName(),
+                   CMSDBException::kIndexInvalid);
+  }
+
+  // A failure leaves file and map at odds, so the store takes no further change; a repair rebuilds
+  // the file.
+  void Compact() {
+    try {
+      auto at = m_entries.Begin();
+      m_file.Rewrite(m_entries.Size(), [&](std::byte* payload) {
+        Traits::Encode(m_entries.At(at), payload);
+        at = m_entries.Next(at);
+      });
+      std::uint32_t slot = 0;
+      m_entries.ForEach([&](Entry& entry) { entry.slot = slot++; });
+    } catch (const XKitFile& error) {
+      m_file.Context().durability.Refuse(error.what());
+    }
+  }
+
+  mutable CSharedLock m_lock;
+  CMSEntryFile m_file;
+  const bool m_compacts;
+  mutable CMSSortedRuns<Entry, Traits> m_entries;
+  mutable std::vector<Entry> m_unsorted;  // loaded behind a key that is not less
+  Key m_last{};                           // of m_entries, while loading
+};

@@ -1,0 +1,78 @@
+#include "ObjectDB.h"
+
+#include <cassert>
+
+#include "Object.h"
+#include "ObjectAccess.h"
+#include "kit/KitErrors.h"
+
+CMSObjectDBBase::~CMSObjectDBBase() {
+  assert(m_cells.empty());
+}
+
+CMSDBObject* CMSObjectDBBase::Get(std::uint32_t key) {
+  const CSharedLocker guard(m_lock);
+  const auto found = m_cells.find(key);
+  if (found == m_cells.end()) {
+    const std::uint32_t record = m_file.Find(key);
+    return record != 0 ? NewCell(key, record) : nullptr;
+  }
+  AddReference(found->second);
+  return &found->second;
+}
+
+CMSDBObject* CMSObjectDBBase::Create(std::uint32_t key, const void* data) {
+  const CSharedLocker guard(m_lock);
+  const std::uint32_t record = m_file.Insert(key, data);
+  return record != 0 ? NewCell(key, record) : nullptr;
+}
+
+// New keys are the greatest so far, as a rule.
+CMSDBObject* CMSObjectDBBase::NewCell(std::uint32_t key, std::uint32_t record) {
+  CMSDBObject& cell = m_cells.try_emplace(m_cells.end(), key)->second;
+  cell.key = key;
+  cell.owner = this;
+  cell.record.store(record, std::memory_order_release);
+  AddReference(cell);
+  return &cell;
+}
+
+bool CMSObjectDBBase::Delete(std::uint32_t key) {
+  const CSharedLocker guard(m_lock);
+  const auto found = m_cells.find(key);
+  if (found != m_cells.end()) found->second.record.store(0, std::memory_order_release);
+  return m_file.Delete(key);
+}
+
+void CMSObjectDBBase::AddReference(CMSDBObject& cell) {
+  const CSharedLocker guard(m_lock);
+  ++cell.references;
+  if (m_store != nullptr) m_store->AddRef();
+}
+
+void CMSObjectDBBase::Release(CMSDBObject& cell) {
+  const CSharedLocker guard(m_lock);
+  if (--cell.references == 0) m_cells.erase(cell.key);
+}
+
+CMSDBObject& CMSFieldAccess::Checked(CMSDBObject* cell) {
+  if (cell == nullptr) throw XKitStatus(kit::kStatusInvalidHandle, "the handle names no object");
+  return *cell;
+}
+
+std::uint32_t CMSFieldAccess::Number(const CMSDBObject& cell) {
+  const std::uint32_t number = cell.record.load(std::memory_order_acquire);
+  if (number == 0)
+    throw XKitStatus(kit::kStatusInvalidHandle,
+                     "the object with ID " + std::to_string(cell.key) + " has been deleted");
+  return number;
+}
+
+void CMSFieldAccess::CheckFits(const std::string& text, std::size_t width, const char* what) {
+  if (text.find('\0') != std::string::npos)
+    throw XKitStatus(kit::kStatusInvalidArgument, std::string(what) + " holds a zero byte");
+  if (text.size() >= width)
+    throw XKitStatus(kit::kStatusInvalidArgument,
+                     std::string(what) + " has " + std::to_string(text.size()) +
+                         " bytes, at most " + std::to_string(width - 1) + " fit");
+}

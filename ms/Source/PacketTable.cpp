@@ -1,0 +1,51 @@
+#include "PacketTable.h"
+
+#include <algorithm>
+#include <cstring>
+#include <utility>
+#include <vector>
+
+#include "Index.h"
+#include "kit/KitString.h"
+#include "kit/LogDispatcher.h"
+
+CPacketName::CPacketName(const std::string& name) {
+  *this = Known(name);
+  if (name.size() <= kLength) return;
+  const std::string text =
+      KitFormat("Unexpected packetname %s. Truncated to %s", name.c_str(), c_str());
+  LogEvent(severity::Repaired, text.c_str(), "PacketTable", 23);
+}
+
+CPacketName CPacketName::Known(const std::string& name) {
+  CPacketName known;
+  std::memcpy(known.m_name.data(), name.data(), std::min(name.size(), kLength));
+  return known;
+}
+
+CPacketName CPacketNameCodec::Decode(const std::byte* payload) {
+  CPacketName name;
+  const auto* text = reinterpret_cast<const char*>(payload);
+  std::memcpy(name.m_name.data(), text, ::strnlen(text, CPacketName::kLength));
+  return name;
+}
+
+void CPacketNameCodec::Encode(const CPacketName& name, std::byte* payload) {
+  std::memcpy(payload, name.m_name.data(), name.m_name.size());
+}
+
+void CMSPacketTable::Add(const std::string& name, std::uint32_t recipient) {
+  if (!name.empty()) m_index.Add(CPacketName(name), recipient);
+}
+
+bool CMSPacketTable::Remove(const std::string& name, std::uint32_t recipient) {
+  return !name.empty() && m_index.Remove(CPacketName::Known(name), recipient);
+}
+
+void CMSPacketTable::DropEntriesWithoutRecipient(const CMSIndex& recipients) {
+  std::vector<std::pair<CPacketName, std::uint32_t>> lost;
+  m_index.ForEach([&](const CPacketName& name, std::uint32_t recipient) {
+    if (!recipients.Find(recipient)) lost.emplace_back(name, recipient);
+  });
+  for (const auto& [name, recipient] : lost) m_index.Remove(name, recipient);
+}

@@ -1,0 +1,63 @@
+// Transport packet names: which recipients bear a name.
+#pragma once
+
+#include <array>
+#include <compare>
+#include <optional>
+#include <string>
+
+#include "MultiIndex.h"
+
+// At most 12 characters and a terminating zero; compared byte for byte, as text.
+class CPacketName {
+ public:
+  static constexpr std::size_t kLength = 12;
+
+  CPacketName() = default;
+  // Cuts a longer name, and logs that it did.
+  explicit CPacketName(const std::string& name);
+  // The same without a word, for a name that has been given before.
+  static CPacketName Known(const std::string& name);
+
+  bool IsEmpty() const { return m_name[0] == 0; }
+  const char* c_str() const { return m_name.data(); }
+  auto operator<=>(const CPacketName&) const = default;
+
+ private:
+  friend struct CPacketNameCodec;
+  std::array<char, kLength + 1> m_name{};
+};
+
+struct CPacketNameCodec {
+  static constexpr CMSEntryFormat kFormat = kPacketFormat;
+  static CPacketName Decode(const std::byte* payload);
+  static void Encode(const CPacketName& name, std::byte* payload);
+};
+
+// The values are recipient IDs. An empty name has no entry.
+class CMSPacketTable {
+ public:
+  CMSPacketTable(const CMSEngineContext& context, const std::string& directory,
+                 const std::string& name)
+      : m_index(context, directory, name) {}
+
+  void Add(const std::string& name, std::uint32_t recipient);
+  bool Remove(const std::string& name, std::uint32_t recipient);
+  // The least recipient ID, not less than from, that bears the name.
+  std::optional<std::uint32_t> Find(const CPacketName& name, std::uint32_t from) const {
+    return m_index.Find(name, from);
+  }
+  std::size_t Size() const { return m_index.Size(); }
+
+  // Drops every entry whose recipient is not in the index given. Reads no record.
+  void DropEntriesWithoutRecipient(const class CMSIndex& recipients);
+
+  template <class Body>
+  void ForEach(Body body) const {
+    m_index.ForEach(body);
+  }
+  void CheckInvariants() const { m_index.CheckInvariants(); }
+
+ private:
+  CMSMultiIndex<CPacketName, CPacketNameCodec> m_index;
+};

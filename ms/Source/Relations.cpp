@@ -1,0 +1,67 @@
+#include "Relations.h"
+
+#include <cstring>
+
+#include "Set.h"
+
+struct SIDInfoCodec {
+  static SIDInfo Decode(const std::byte* payload) {
+    LittleU32 words[3];
+    std::memcpy(words, payload, sizeof words);
+    return {words[0], static_cast<std::int32_t>(std::uint32_t{words[1]}), words[2]};
+  }
+  static void Encode(const SIDInfo& link, std::byte* payload) {
+    const LittleU32 words[3] = {link.parent, static_cast<std::uint32_t>(link.type), link.child};
+    std::memcpy(payload, words, sizeof words);
+  }
+};
+
+class CMSRelationsDB::Links : public CMSSet<SIDInfo, SIDInfoCodec> {
+ public:
+  using CMSSet::CMSSet;
+};
+
+CMSRelationsDB::CMSRelationsDB(const CMSEngineContext& context, const std::string& directory,
+                               const std::string& name)
+    : m_links(std::make_unique<Links>(context, directory, name)) {}
+
+CMSRelationsDB::~CMSRelationsDB() = default;
+
+bool CMSRelationsDB::Add(const SIDInfo& link) {
+  return m_links->Add(link);
+}
+bool CMSRelationsDB::Remove(const SIDInfo& link) {
+  return m_links->Remove(link);
+}
+bool CMSRelationsDB::Contains(const SIDInfo& link) const {
+  return m_links->Contains(link);
+}
+std::size_t CMSRelationsDB::Size() const {
+  return m_links->Size();
+}
+void CMSRelationsDB::CheckInvariants() const {
+  m_links->CheckInvariants();
+}
+
+CMSRelationsDB::locator CMSRelationsDB::First(unsigned long parent, CMSObjectType type) const {
+  locator place;
+  place.m_parent = static_cast<std::uint32_t>(parent);
+  place.m_endType = static_cast<std::int32_t>(type) + 1;
+  return place;
+}
+
+bool CMSRelationsDB::Next(locator& place, unsigned long& child) const {
+  if (place.m_endType == 0) return false;
+  const std::int32_t type = place.m_endType - 1;
+  const auto link = m_links->LowerBound({place.m_parent, type, place.m_position});
+  if (!link || link->parent != place.m_parent || link->type != type) {
+    place.m_endType = 0;
+    return false;
+  }
+  child = link->child;
+  if (link->child == kNoContainer)
+    place.m_endType = 0;
+  else
+    place.m_position = link->child + 1;
+  return true;
+}
