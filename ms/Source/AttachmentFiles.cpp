@@ -1,0 +1,222 @@
+#include "AttachmentFiles.h"
+
+#include <algorithm>
+#include <cctype>
+#include <limits>
+#include <optional>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "Durability.h"
+#include "StoreFiles.h"
+#include "kit/KitErrors.h"
+#include "kit/KitFile.h"
+#include "kit/KitFolder.h"
+#include "kit/KitString.h"
+#include "kit/LogDispatcher.h"
+
+namespace attachmentfiles {
+namespace {
+
+constexpr char kStoredSeparator = '\\';
+constexpr std::string_view kAnySeparator = "\\/";
+
+char Lower(char c) {
+  return static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+}
+
+bool SameText(std::string_view a, std::string_view b) {
+  return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(),
+                                            [](char x, char y) { return Lower(x) == Lower(y); });
+}
+
+bool IsAbsolute(std::string_view stored) {
+  if (stored.empty()) return false;
+  if (kAnySeparator.find(stored[0]) != std::string_view::npos) return true;
+  return stored.size() > 1 && stored[1] == ':' &&
+         std::isalpha(static_cast<unsigned char>(stored[0])) != 0;
+}
+
+// The components of a store-relative name; none at all when one of them is no plain name.
+std::vector<std::string> Components(std::string_view stored) {
+  std::vector<std::string> parts;
+  for (std::size_t begin = 0; begin <= stored.size();) {
+    const std::size_t end = std::min(stored.find_first_of(kAnySeparator, begin), stored.size());
+    const std::string_view part = stored.substr(begin, end - begin);
+    if (part.empty() || part == "." || part == "..") return {};
+    parts.emplace_back(part);
+    begin = end + 1;
+  }
+  return parts;
+}
+
+std::string Below(const std::string& directory, const std::vector<std::string>& parts,
+                  std::size_t count) {
+  std::string path = directory;
+  for (std::size_t i = 0; i < count; ++i) path = CKitFile::Join(path, parts[i]);
+  return path;
+}
+
+// A damaged name must not cost the store one of its databases.
+bool IsStoreFile(const std::vector<std::string>& parts) {
+  if (parts.size() != 1) return false;
+  return std::any_of(storefiles::kRequired.begin(), storefiles::kRequired.end(),
+                     [&](const char* name) { return SameText(parts[0], name); });
+}
+
+// A file that goes again unless Keep is called.
+class CUnfinishedFile {
+ public:
+  explicit CUnfinishedFile(std::string path) : m_path(std::move(path)) {}
+  CUnfinishedFile(const CUnfinishedFile&) = delete;
+  CUnfinishedFile& operator=(const CUnfinishedFile&) = delete;
+  ~CUnfinishedFile() {
+    if (m_path.empty()) return;
+    const platform::Status status = platform::Files().Remove(m_path);
+    if (status.Ok() || status.Why() == platform::Cause::NotFound) return;
+    const std::string text = "cannot remove the unfinished file '" + m_path + "': " + status.Text();
+    LogEvent(severity::Error, text.c_str(), "ms\\Source\\AttachmentFiles", 1);
+  }
+  const std::string& Path() const { return m_path; }
+  void Keep() { m_path.clear(); }
+
+ private:
+  std::string m_path;
+};
+
+std::unique_ptr<platform::File> OpenToSync(const std::string& path) {
+  std::unique_ptr<platform::File> file;
+  const platform::OpenOptions options{platform::Access::ReadWrite,
+                                      platform::Disposition::OpenExisting, platform::Sharing::All};
+  KitCheck(platform::Files().Open(path, options, file), "open", path);
+  return file;
+}
+
+void Book(std::unique_ptr<platform::File> file, const std::string& path,
+          CMSDurability& durability) {
+  durability.FileWritten(std::move(file), path);
+  durability.DirectoryChanged(CKitFile::DirectoryName(path));
+}
+
+void MakeDirectoryOf(const std::string& path, CMSDurability& durability) {
+  const std::string directory = CKitFile::DirectoryName(path);
+  if (CKitFolder::Exists(directory)) return;
+  CKitFolder::MakePath(directory);
+  durability.DirectoryChanged(CKitFile::DirectoryName(directory));
+}
+
+}  // namespace
+
+std::string ToStored(const std::string& storeDirectory, const std::string& path) {
+  const std::size_t length = storeDirectory.size();
+  const bool inside = path.size() > length + 1 && platform::IsSeparator(path[length]) &&
+                      SameText(std::string_view(path).substr(0, length), storeDirectory);
+  if (!inside) return path;
+  std::string stored = path.substr(length + 1);
+  for (char& c : stored) {
+    if (platform::IsSeparator(c)) c = kStoredSeparator;
+  }
+  return stored;
+}
+
+std::string ToFull(const std::string& storeDirectory, const std::string& stored) {
+  if (IsAbsolute(stored)) return stored;
+  const auto parts = Components(stored);
+  if (parts.empty()) return {};
+  return CKitFile::NormalizeFileName(Below(storeDirectory, parts, parts.size()));
+}
+
+std::string MakeDirectory(const std::string& storeDirectory, CMSDurability& durability) {
+  std::string path;
+  do {
+    path = CKitFolder::UniqueDirectoryName(storeDirectory);
+  } while (!CKitFolder::MakeFolder(path));
+  durability.DirectoryChanged(storeDirectory);
+  return path;
+}
+
+SourceInfo Describe(const std::string& source) {
+  const platform::FileInfo info = CKitFile::Info(source);
+  if (info.kind != platform::FileKind::File) {
+    throw XKitFile(XKitFile::Cause::NotFound, 0, source,
+                   "cannot take in '" + source + "': there is no such file");
+  }
+  if (info.length > std::numeric_limits<std::int32_t>::max()) {
+    throw XKitStatus(kit::kStatusInvalidArgument,
+                     KitFormat("the file '%s' has %llu bytes, an attachment holds at most %d",
+                               source.c_str(), static_cast<unsigned long long>(info.length),
+                               std::numeric_limits<std::int32_t>::max()));
+  }
+  SourceInfo result;
+  result.attributes = static_cast<std::int32_t>(info.attributes);
+  result.length = static_cast<std::int32_t>(info.length);
+  if (info.modified > 0 && info.modified <= std::numeric_limits<std::uint32_t>::max()) {
+    result.modified = static_cast<std::uint32_t>(info.modified);
+  }
+  return result;
+}
+
+std::uint64_t Length(const std::string& path) {
+  if (path.empty()) return 0;
+  const platform::FileInfo info = CKitFile::Info(path);
+  return info.kind == platform::FileKind::File ? info.length : 0;
+}
+
+void CopyIn(const std::string& source, const std::string& target, CMSDurability& durability) {
+  MakeDirectoryOf(target, durability);
+  // What is there already goes only once its successor has reached the medium as a whole.
+  const bool replaces = CKitFile::Exists(target);
+  const std::string made =
+      replaces ? CKitFolder::UniqueDirectoryName(CKitFile::DirectoryName(target)) : target;
+  CUnfinishedFile unfinished(made);
+  CKitFile::Copy(source, made);
+  CKitFile::SetAttributes(made, platform::attribute::Archive);
+  auto file = OpenToSync(made);
+  if (replaces) {
+    KitCheck(file->Sync(), "sync", made);
+    KitCheck(platform::Files().Replace(made, target), "replace", target);
+  }
+  unfinished.Keep();
+  Book(std::move(file), target, durability);
+}
+
+void CreateEmpty(const std::string& target, CMSDurability& durability) {
+  std::unique_ptr<platform::File> file;
+  const platform::OpenOptions options{platform::Access::ReadWrite,
+                                      platform::Disposition::CreateAlways, platform::Sharing::All};
+  KitCheck(platform::Files().Open(target, options, file), "create", target);
+  Book(std::move(file), target, durability);
+}
+
+void Remove(const std::string& storeDirectory, const std::string& stored,
+            CMSDurability& durability) {
+  if (IsAbsolute(stored)) {
+    CKitFile::RemoveEx(stored);  // no directory of the store owes anything for it
+    return;
+  }
+  const auto parts = Components(stored);
+  if (parts.empty() || IsStoreFile(parts)) return;
+  bool changed = CKitFile::RemoveEx(Below(storeDirectory, parts, parts.size()));
+  std::size_t depth = parts.size() - 1;
+  while (depth > 0 && CKitFolder::RemoveFolder(Below(storeDirectory, parts, depth))) {
+    changed = true;
+    --depth;
+  }
+  if (changed) durability.DirectoryChanged(Below(storeDirectory, parts, depth));
+}
+
+void Remove(const std::string& storeDirectory, const std::vector<std::string>& stored,
+            CMSDurability& durability) {
+  std::optional<XKitFile> failure;
+  for (const std::string& name : stored) {
+    try {
+      Remove(storeDirectory, name, durability);
+    } catch (const XKitFile& error) {
+      if (!failure) failure = error;
+    }
+  }
+  if (failure) throw XKitFile(*failure);
+}
+
+}  // namespace attachmentfiles

@@ -1,0 +1,47 @@
+// Where attachment files lie and how records name them.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+class CMSDurability;
+
+namespace attachmentfiles {
+
+// A path as a record stores it: one inside the store directory is kept relative to it, with "\"
+// between components; any other is kept whole.
+std::string ToStored(const std::string& storeDirectory, const std::string& path);
+// The full native path of a stored name. A relative name that would lead out of the store ("..")
+// gives "": there is no such file.
+std::string ToFull(const std::string& storeDirectory, const std::string& stored);
+
+// Makes a directory of its own for one file; answers its path.
+std::string MakeDirectory(const std::string& storeDirectory, CMSDurability& durability);
+
+struct SourceInfo {
+  std::int32_t attributes = 0;
+  std::uint32_t modified = 0;
+  std::int32_t length = 0;
+};
+// XKitFile when there is no such file; XKitStatus 87 when it is longer than a record can tell (2
+// GiB - 1).
+SourceInfo Describe(const std::string& source);
+
+// Copies the file to target with plain attributes and books the debt to the medium. A failed copy
+// leaves no target (an existing one is overwritten only by a whole copy). A missing directory of
+// the target is made.
+void CopyIn(const std::string& source, const std::string& target, CMSDurability& durability);
+// Bytes of the file; 0 when there is none.
+std::uint64_t Length(const std::string& path);
+// An empty file, booked likewise.
+void CreateEmpty(const std::string& target, CMSDurability& durability);
+// Removes the file and then, from the deepest up, the directories of its store-relative path that
+// are empty. A file outside the store is removed alone. Nothing happens when it is gone already.
+void Remove(const std::string& storeDirectory, const std::string& stored,
+            CMSDurability& durability);
+// All of them; a file that cannot be removed does not keep the others, and is thrown last.
+void Remove(const std::string& storeDirectory, const std::vector<std::string>& stored,
+            CMSDurability& durability);
+
+}  // namespace attachmentfiles

@@ -1,0 +1,193 @@
+// Letters.
+#pragma once
+
+#include <list>
+
+#include "Object.h"
+#include "Relations.h"
+#include "kit/KitString.h"
+
+class CMSAttachment;
+class CMSFolder;
+class CMSRecipient;
+
+// Bits of CMSDocument::Flag; all others are the client's.
+namespace docflag {
+inline constexpr long Encrypted = 0x1;  // kept by the store: some attachment is encrypted
+inline constexpr long Complete =
+    0x8;  // set once a letter is whole; a repair removes letters without it
+inline constexpr long Incoming = 0x10;  // clear: outgoing
+inline constexpr long Deleted = 0x80;   // in the trash
+inline constexpr long Audit = 0x1000;
+inline constexpr long MarkedUnread = 0x10000;  // by the user; counts for incoming letters only
+}  // namespace docflag
+
+// A letter: header fields, one body, attachments, recipients.
+//
+// Getters copy one field out. Setters store it, flush the record and send document-changed; a text
+// longer than its field, or a text that is no date where one is wanted, is XKitStatus 87 with
+// nothing written. Stale handles give XKitStatus 6, read-only stores 19, damage CMSDBException.
+class MS_API CMSDocument : public CMSObject<CMSDocumentData> {
+ public:
+  // How a letter's counted attachments (bit 0x200 clear) stand: per property 0x1 = some have it,
+  // 0x2 = some lack it.
+  struct CMSDocAttachmentInfo {
+    unsigned int encryption = 0;
+    unsigned int signature = 0;
+    unsigned int read = 0;
+  };
+  // The same over the recipients, for their flag bits 0x4, 0x8, 0x20, 0x40 and 0x200.
+  struct CMSDocRcptInfo {
+    unsigned int bit4 = 0;
+    unsigned int bit8 = 0;
+    unsigned int bit20 = 0;
+    unsigned int bit40 = 0;
+    unsigned int bit200 = 0;
+  };
+
+  CMSDocument() = default;
+
+  // At most 354 characters, less the length of LetterPath; what is longer is cut.
+  CKitString Name() const;
+  void Name(const char* subject);
+  CKitString RegNumber() const;  // 100
+  void RegNumber(const char* number);
+  // 259; a path of 255 or more leaves no room for the part of a subject beyond its 100th character.
+  CKitString LetterPath() const;
+  void LetterPath(const char* path);
+  unsigned long CreationTime() const;
+  CKitString CreationData() const;
+  void CreationData(const char* dateText);
+  CKitString ObsoleteSenderNetAddr() const;  // 16
+  void ObsoleteSenderNetAddr(const char* address);
+  CKitString SenderIDWG() const;  // 13
+  void SenderIDWG(const char* id);
+  CKitString SenderIDU() const;  // 8
+  void SenderIDU(const char* id);
+  CKitString SenderWSName() const;  // 50
+  void SenderWSName(const char* name);
+  CKitString SenderWGName() const;  // 50
+  void SenderWGName(const char* name);
+  CKitString SenderUserName() const;  // 56
+  void SenderUserName(const char* name);
+  long RegNum() const;
+  void RegNum(long number);
+  long DeletedTime() const;
+  void DeletedTime(long time);
+  long Flag() const;
+  // Keeps bit 0x1 as it is; tells the folder when the unread or undelivered state follows from the
+  // change. Sends document-added too.
+  void Flag(long flags);
+  unsigned long Size() const;
+  unsigned long ParentID() const;
+  CMSFolder Parent() const;
+  unsigned long BodyID() const;
+  // The body, or an empty handle.
+  CMSAttachment Body() const;
+
+  // RegNumber for an incoming letter; for an outgoing one the text with the counter behind it.
+  CKitString UniversalRegNumber() const;
+  // RegNum for an outgoing letter; for an incoming one the last run of digits in RegNumber, 0
+  // without any.
+  long DistillRegNumber() const;
+  bool IsIncoming() const;
+  bool IsOutgoing() const;
+  // Incoming, and a counted attachment is not read.
+  bool IsUnread() const;
+  bool IsMarkedAsUnread() const;
+  // Outgoing, and a recipient is undelivered.
+  bool IsUndelivered() const;
+  void SetActionFlag(int bits);
+  // Whether all the bits are set.
+  bool IsAction(int bits) const;
+  // Bytes of the attachment files on disk, and with the records.
+  unsigned long FileSize() const;
+  unsigned long GetRawStorageSize() const;
+  // Store name, if any, and folder path, joined with "/".
+  CKitString GetLocation() const;
+  // By the store's comparison function if one is set, else by ID; operator> always by ID.
+  bool operator<(const CMSDocument& other) const;
+  bool operator>(const CMSDocument& other) const;
+  // The recipient that stands for the local user (flag bit 0x1); logged and empty when there is
+  // none.
+  CMSRecipient GetCurrentRecipient() const;
+  // Sets the category of every recipient with both identifiers.
+  void SetCategory(const char* groupID, const char* userID, long category);
+
+  CMSRelationsDB::locator GetFirstAttachmentPosition() const;
+  bool GetNextAttachment(CMSAttachment& attachment, CMSRelationsDB::locator& place) const;
+  // Only attachments whose flag ANDed with mask equals value.
+  bool GetNextAttachmentEx(CMSAttachment& attachment, CMSRelationsDB::locator& place, long value,
+                           long mask) const;
+  CMSRelationsDB::locator GetFirstRecipientPosition() const;
+  bool GetNextRecipient(CMSRecipient& recipient, CMSRelationsDB::locator& place) const;
+  // Counted by a walk; a record that says otherwise is reported.
+  int GetAttachmentCount() const;
+  int GetAttachmentCountEx(long value, long mask) const;
+  int GetRecipientCount() const;
+  // Append all children in the order of their IDs.
+  void Attachments(std::list<CMSAttachment>& attachments) const;
+  void Recipients(std::list<CMSRecipient>& recipients) const;
+
+  // Copies the file at source into a directory of its own in the store. flag: see Attachment.h;
+  // with bit 0x80 the attachment is recorded without a file, with bit 0x4 it becomes the body. move
+  // removes the source afterwards (overwritten with zeros first when encrypted or a body). XKitFile
+  // when the copy fails: nothing is recorded then; also when only the source cannot be removed: the
+  // attachment is recorded then. XKitStatus 87 for a file of 2 GiB or more.
+  CMSAttachment AddAttachment(const CKitString& source, bool move, const CKitString& name,
+                              const CKitString& sourceName, long flag);
+  // A new body, empty.
+  CMSAttachment CreateEmptyLetterText();
+  // With its file.
+  void DeleteAttachment(CMSAttachment& attachment);
+  // Removes the files (of attachments with bit 0x400 the records too) and sets bit 0x80 here and on
+  // what stays.
+  void RemoveAttachments();
+  void AttachmentInfo(CMSDocAttachmentInfo& info) const;
+
+  // Dates are date text; the envelope name enters the packet table.
+  CMSRecipient AddRecipient(const CKitString& packDate, const CKitString& transEnvFileName,
+                            const CKitString& obsoleteNetAddr, const CKitString& idWS,
+                            const CKitString& idWG, const CKitString& idU, const CKitString& wsName,
+                            const CKitString& wgName, const CKitString& userName,
+                            const CKitString& annotation, const CKitString& receiver,
+                            const CKitString& receiveDate, const CKitString& reader,
+                            const CKitString& readDate, long flags, long category);
+  void DeleteRecipient(CMSRecipient& recipient);
+  void RcptInfo(CMSDocRcptInfo& info) const;
+
+  // To another folder of the same store.
+  void Move(CMSFolder& target);
+
+ private:
+  friend class CMSAttachment;
+  friend class CMSFolder;
+  friend class CMSMessageStoreImp;
+  friend class CMSRecipient;
+
+  explicit CMSDocument(CMSDBObject* cell) : CMSObject(cell) {}
+
+  // Called by the children, which have changed already.
+  void IncAttachmentCount();
+  void DecAttachmentCount();
+  void IncRecipientCount();
+  void DecRecipientCount();
+  void OnAttachmentSizeChanged(CMSAttachment& attachment, long change);
+  void OnAttachmentFlagChanged(CMSAttachment& attachment, long oldFlag);
+  void OnAttachmentTimeChanged(CMSAttachment& attachment);
+  void OnRecipientFlagChanged(CMSRecipient& recipient, long oldFlag);
+
+  void AddSize(long change);
+  void StoreBody(const CMSAttachment& attachment);
+  void StoreEncryptedState();
+  void NotifyParent(int state, int kind) const;
+  void NotifyTurned(bool wasUnread, bool wasUndelivered) const;
+  void NotifyMarked(long oldFlags) const;
+  void NotifyRead() const;
+  void NotifyUndelivered(bool undelivered) const;
+  class CPlacedFile;
+  // Records the file, which stays from then on; an empty handle when the record was refused.
+  CMSAttachment LinkAttachment(struct CMSAttachmentData& data, CPlacedFile& place);
+  // All but the file, whose stored name it answers; "" when the attachment is none of this letter.
+  std::string UnlinkAttachment(CMSAttachment& attachment);
+};

@@ -1,0 +1,18 @@
+// The record of a letter that is about to be created.
+#pragma once
+
+#include <cstdint>
+
+#include "kit/KitString.h"
+
+struct CMSDocumentData;
+
+// A cleared record with what the creator of a letter says about it. created is date text; the
+// encrypted bit of flags is dropped, since attachments decide it. XKitStatus 87 for a text that is
+// longer than its field (the subject is cut instead), holds a zero byte, or is no date.
+CMSDocumentData MakeDocumentRecord(std::uint32_t folder, const CKitString& subject,
+                                   const CKitString& regNumber, const CKitString& created,
+                                   const CKitString& obsoleteSenderNetAddr,
+                                   const CKitString& senderIDWG, const CKitString& senderIDU,
+                                   const CKitString& senderWSName, const CKitString& senderWGName,
+                                   const CKitString& senderUserName, long flags, long regNum);

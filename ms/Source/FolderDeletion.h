@@ -1,0 +1,32 @@
+// How folders take away what they contain.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "Folder.h"
+
+// One deletion under way. Records go first. The files of the letters are only noted, and go when
+// the records' removal is safe: a letter whose deletion is cut off is either there with all its
+// files or gone, never there without them.
+class CMSFolder::CDeletion {
+ public:
+  explicit CDeletion(CMSMessageStoreImp& store) : m_store(store) {}
+
+  // Both within a change of the store. An object that is no child of parent is reported and stays.
+  void Document(CMSFolder& parent, const CMSDocument& document);
+  // The folder with everything below it. Needs no deep stack, and ends whatever the links say.
+  void Tree(CMSFolder& parent, const CMSFolder& folder);
+
+  // What is to be removed after that change, as the records named it.
+  const std::vector<std::string>& Files() const { return m_files; }
+
+ private:
+  void Attachments(const CMSDocument& document);
+  void Recipients(const CMSDocument& document);
+  void Documents(CMSFolder& folder);
+  void EmptyFolder(CMSFolder& parent, const CMSFolder& folder);
+
+  CMSMessageStoreImp& m_store;
+  std::vector<std::string> m_files;
+};

@@ -1,0 +1,165 @@
+#include "MessageStore.h"
+
+#include <utility>
+
+#include "Convert.h"
+#include "MSFixer.h"
+#include "MessageStoreImp.h"
+
+int CMSMessageStore::s_bCheckDataConverting = 0;
+
+CMSMessageStore::CMSMessageStore(const char* directory, CKeyCarrier& keys, CAbstractAsymmKey* key,
+                                 CGroupID& group, bool isDefault, bool readOnly,
+                                 CMSClientInformer* informer, CKitString name,
+                                 CMSDurabilityLevel level)
+    : m_store(std::make_unique<CMSMessageStoreImp>(
+                  CMSMessageStoreImp::OpenArguments{directory != nullptr ? directory : ".", keys,
+                                                    key, group, isDefault, readOnly, informer,
+                                                    name.str(), level})
+                  .release()) {}
+
+CMSMessageStore::CMSMessageStore(CMSMessageStoreImp& store) : m_store(&store) {
+  m_store->AddRef();
+}
+
+CMSMessageStore::CMSMessageStore(const CMSMessageStore& other) : m_store(other.m_store) {
+  if (m_store != nullptr) m_store->AddRef();
+}
+
+CMSMessageStore& CMSMessageStore::operator=(const CMSMessageStore& other) {
+  if (other.m_store != nullptr) other.m_store->AddRef();
+  CMSMessageStoreImp* const old = std::exchange(m_store, other.m_store);
+  if (old != nullptr) old->Release();
+  return *this;
+}
+
+CMSMessageStore::~CMSMessageStore() {
+  if (m_store != nullptr) m_store->Release();
+}
+
+long CMSMessageStore::ID() const {
+  return m_store != nullptr ? m_store->SerialNumber() : 0;
+}
+
+bool CMSMessageStore::IsSingleOwned() const {
+  return m_store != nullptr && m_store->IsSingleOwned();
+}
+
+CMSDocument CMSMessageStore::GetDocument(unsigned long id) {
+  return m_store->GetDocument(static_cast<std::uint32_t>(id));
+}
+
+CMSFolder CMSMessageStore::GetFolder(unsigned long id) {
+  return m_store->GetFolder(static_cast<std::uint32_t>(id));
+}
+
+CMSAttachment CMSMessageStore::GetAttachment(unsigned long id) {
+  return m_store->GetAttachment(static_cast<std::uint32_t>(id));
+}
+
+CMSFolder CMSMessageStore::Root() {
+  return m_store->GetFolder(1);
+}
+
+const CMSFolder CMSMessageStore::Root() const {
+  return m_store->GetFolder(1);
+}
+
+CMSRecipient CMSMessageStore::FindRecipient(const char* packet, bool incoming) {
+  return m_store->FindRecipient(packet, incoming);
+}
+
+void CMSMessageStore::SetCmpDocs(bool (*compare)(const CMSDocument&, const CMSDocument&)) {
+  m_store->SetCmpDocs(compare);
+}
+
+unsigned int CMSMessageStore::GetDocumentCount() const {
+  return m_store->DocumentCount();
+}
+
+long CMSMessageStore::GetFullSize() const {
+  return static_cast<long>(m_store->FullSize());
+}
+
+const char* CMSMessageStore::GetMainFolder() const {
+  return m_store->Directory().c_str();
+}
+
+bool CMSMessageStore::IsReadOnly() const {
+  return m_store->IsReadOnly();
+}
+
+bool CMSMessageStore::IsDefault() const {
+  return m_store->IsDefault();
+}
+
+CKitString CMSMessageStore::GetMSName() {
+  return m_store->Name();
+}
+
+CKitString CMSMessageStore::GetCustomData(const char* section, const char* key) {
+  const CSharedLocker guard(m_store->Lock());
+  return m_store->Master().GetCustomData(section, key);
+}
+
+bool CMSMessageStore::WriteCustomData(const char* section, const char* key, const char* value) {
+  const CSharedLocker guard(m_store->Lock());
+  return m_store->Master().WriteCustomData(section, key, value);
+}
+
+bool CMSMessageStore::IsMSDirectory(const char* directory) {
+  if (CMSConverter(directory != nullptr ? directory : ".", s_bCheckDataConverting)
+          .IsEarlierFormat())
+    return true;
+  return MSF::CFixer::IsMSDirectory(directory);
+}
+
+namespace {
+
+template <class Listener>
+void Attach(CMSMessageStoreImp& store, Listener* listener, CMSMessageStore& handle) {
+  const CSharedLocker guard(store.Lock());
+  store.Listeners().Add(listener);
+  listener->OnAttachStore(handle);
+}
+
+template <class Listener>
+void Detach(CMSMessageStoreImp& store, Listener* listener) {
+  const CSharedLocker guard(store.Lock());
+  store.Listeners().Remove(listener);
+}
+
+}  // namespace
+
+void CMSMessageStore::AddListener(CMSDocumentListener* listener) {
+  Attach(*m_store, listener, *this);
+}
+
+void CMSMessageStore::AddListener(CMSFolderListener* listener) {
+  Attach(*m_store, listener, *this);
+}
+
+void CMSMessageStore::RemoveListener(CMSDocumentListener* listener) {
+  Detach(*m_store, listener);
+}
+
+void CMSMessageStore::RemoveListener(CMSFolderListener* listener) {
+  Detach(*m_store, listener);
+}
+
+CMSBatch::CMSBatch(const CMSMessageStore& store) : m_store(store.m_store) {
+  m_store->AddRef();
+  m_store->Durability().Begin();
+}
+
+CMSBatch::~CMSBatch() {
+  // A failure is logged and remembered by the durability itself; there is nobody to throw to.
+  m_store->Durability().Pay();
+  m_store->Durability().End();
+  m_store->Release();
+}
+
+void CMSBatch::Commit() {
+  m_store->Durability().Pay();
+  m_store->Durability().CheckHealthy();
+}

@@ -1,0 +1,179 @@
+#include "MessageStoreImp.h"
+
+#include <algorithm>
+#include <atomic>
+
+#include "Convert.h"
+#include "EngineContext.h"
+#include "Errors.h"
+#include "StoreFiles.h"
+#include "kit/KitErrors.h"
+#include "kit/KitFile.h"
+#include "kit/KitFolder.h"
+#include "kit/KitString.h"
+#include "kit/LogDispatcher.h"
+
+namespace {
+
+std::atomic<long> g_nextSerialNumber{1};
+
+constexpr std::uint32_t kRootID = 1;
+constexpr char kActive[] = "Active";
+
+template <class T>
+std::uint32_t HighestKey(CMSObjectDB<T>& database) {
+  std::uint32_t highest = 0;
+  database.File().Index().ForEach([&](std::uint32_t key, std::uint32_t) {
+    if (key <= kMaxObjectID) highest = std::max(highest, key);
+  });
+  return highest;
+}
+
+}  // namespace
+
+CMSMessageStoreImp::CMSMessageStoreImp(const OpenArguments& arguments)
+    : m_readOnly(arguments.readOnly),
+      m_directory(CKitFile::FullName(arguments.directory)),
+      m_name(arguments.name),
+      m_serialNumber(g_nextSerialNumber++),
+      m_isDefault(arguments.isDefault),
+      m_durability(arguments.level, m_directory),
+      m_master(m_durability, m_directory, m_readOnly) {
+  const CSharedLocker guard(m_lock);
+  Open(arguments);
+}
+
+CMSMessageStoreImp::~CMSMessageStoreImp() {
+  const CSharedLocker guard(m_lock);
+  Close();
+}
+
+void CMSMessageStoreImp::Open(const OpenArguments& arguments) {
+  if (!m_readOnly && !CKitFolder::Exists(m_directory)) {
+    CKitFolder::MakePath(m_directory);
+    m_durability.DirectoryChanged(CKitFile::DirectoryName(m_directory));
+  }
+  CMSConverter(m_directory, CMSMessageStore::s_bCheckDataConverting)
+      .Run(arguments.keys, arguments.key, arguments.group);
+  const bool isNew = !storefiles::IsComplete(m_directory, m_readOnly, arguments.informer);
+  // There is nothing to read in a directory without a store: no trace of the attempt stays behind.
+  if (!isNew || !m_readOnly) m_master.SetState(kActive);
+  const auto counters = m_master.ReadCounters();
+  m_lastID = counters.lastID;
+  m_size = counters.size;
+  OpenDatabases();
+  if (!m_readOnly) DropPacketsWithoutRecipient();
+  RaiseLastID();
+  // A store without any folder is one whose making was cut short before it came to the root.
+  if (!m_readOnly && (isNew || m_folders->File().UsedCount() == 0)) CreateRoot();
+}
+
+void CMSMessageStoreImp::OpenDatabases() {
+  const CMSEngineContext context{g_MSBaseInformer, m_durability, m_readOnly};
+  m_attachments =
+      std::make_unique<CMSObjectDB<CMSAttachmentData>>(context, m_directory, "attach3", this);
+  m_recipients =
+      std::make_unique<CMSObjectDB<CMSRecipientData>>(context, m_directory, "rcpt3", this);
+  m_documents = std::make_unique<CMSObjectDB<CMSDocumentData>>(context, m_directory, "docs3", this);
+  m_folders = std::make_unique<CMSObjectDB<CMSFolderData>>(context, m_directory, "folders3", this);
+  m_relations = std::make_unique<CMSRelationsDB>(context, m_directory, "rltns3");
+  m_packets = std::make_unique<CMSPacketTable>(context, m_directory, "packets3");
+}
+
+// A name without its recipient is the trace of a deletion that was cut short.
+void CMSMessageStoreImp::DropPacketsWithoutRecipient() {
+  m_packets->DropEntriesWithoutRecipient(m_recipients->File().Index());
+}
+
+// Whatever became of the master file, no ID is issued twice.
+void CMSMessageStoreImp::RaiseLastID() {
+  if (m_lastID > kMaxObjectID) m_lastID = kRootID;
+  m_lastID = std::max({m_lastID, HighestKey(*m_attachments), HighestKey(*m_recipients),
+                       HighestKey(*m_documents), HighestKey(*m_folders)});
+}
+
+void CMSMessageStoreImp::CreateRoot() {
+  m_durability.Begin();
+  if (!GetFolder(kRootID)) CreateFolder(kRootID, 0, "Root", "", 0);
+  m_durability.Commit();
+}
+
+// The state tells of a clean close only once everything else is known to be on the medium.
+void CMSMessageStoreImp::Close() {
+  SaveCounters();
+  const bool safe = m_readOnly || m_durability.PayAll();
+  m_attachments.reset();
+  m_folders.reset();
+  m_recipients.reset();
+  m_documents.reset();
+  m_relations.reset();
+  m_packets.reset();
+  if (!safe) return;
+  m_master.SetState(MSF::szClosedStateKeyValue);
+  if (!m_readOnly) m_durability.PayAll();
+}
+
+void CMSMessageStoreImp::SaveCounters() {
+  m_master.SaveCounters({m_lastID, m_size});
+}
+
+void CMSMessageStoreImp::CheckWritable() const {
+  if (m_readOnly)
+    throw XKitStatus(kit::kStatusReadOnly,
+                     "the store '" + m_directory + "' is open for reading only");
+  m_durability.CheckHealthy();
+}
+
+std::uint32_t CMSMessageStoreImp::IssueID() {
+  const CSharedLocker guard(m_lock);
+  CheckWritable();
+  if (m_lastID >= kMaxObjectID)
+    throw XKitMsg("the store '" + m_directory + "' has used up its object IDs");
+  ++m_lastID;
+  SaveCounters();
+  return m_lastID;
+}
+
+void CMSMessageStoreImp::OnAttachmentSizeChanged(long difference) {
+  const CSharedLocker guard(m_lock);
+  m_size += static_cast<std::uint32_t>(difference);
+  SaveCounters();
+}
+
+unsigned long CMSMessageStoreImp::FullSize() const {
+  const CSharedLocker guard(m_lock);
+  return m_size;
+}
+
+void CMSMessageStoreImp::SetCmpDocs(bool (*compare)(const CMSDocument&, const CMSDocument&)) {
+  const CSharedLocker guard(m_lock);
+  m_compare = compare;
+}
+
+bool (*CMSMessageStoreImp::CmpDocs() const)(const CMSDocument&, const CMSDocument&) {
+  const CSharedLocker guard(m_lock);
+  return m_compare;
+}
+
+CMSStoreChange::CMSStoreChange(CMSMessageStoreImp& store) : m_store(store) {
+  m_store.m_lock.Lock();
+  try {
+    m_store.CheckWritable();
+  } catch (const XKitStatus&) {
+    m_store.m_lock.Unlock();
+    throw;
+  }
+  m_store.m_durability.Begin();
+}
+
+CMSStoreChange::~CMSStoreChange() {
+  if (!m_open) return;
+  m_store.m_durability.End();
+  m_store.m_lock.Unlock();
+}
+
+void CMSStoreChange::Commit() {
+  m_open = false;
+  m_store.m_lock.Unlock();
+  m_store.m_durability.Commit();
+}

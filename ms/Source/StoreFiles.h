@@ -1,0 +1,22 @@
+// Which files make a store, and what becomes of an incomplete set.
+#pragma once
+
+#include <array>
+#include <string>
+
+class CMSClientInformer;
+
+namespace storefiles {
+
+// In the order in which they are tested.
+inline constexpr std::array<const char*, 11> kRequired{
+    "docs3.db",    "docs3.idx",    "attach3.db", "attach3.idx", "rcpt3.db", "rcpt3.idx",
+    "folders3.db", "folders3.idx", "rltns3.db",  "packets3.db", "ms3.db"};
+
+// Whether the directory holds a whole set. None of the files there: false, the store is new. Some:
+// they are moved into a dated quarantine directory after the informer has been told, then false;
+// without an informer XKitStatus 4 with the first missing file's name, and nothing is moved.
+// XKitFile when a move fails. A read-only opening moves nothing either (XKitStatus 4).
+bool IsComplete(const std::string& directory, bool readOnly, CMSClientInformer* informer);
+
+}  // namespace storefiles

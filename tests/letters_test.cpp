@@ -1,0 +1,342 @@
+// Letters and their recipients: fields, state, and what their folder is told of it.
+#include <gtest/gtest.h>
+
+#include <random>
+#include <thread>
+#include <vector>
+
+#include "support/Engine.h"
+#include "support/OpenStore.h"
+
+#include "kit/LogDispatcher.h"
+#include "ms/Source/ObjectAccess.h"
+#include "ms/Source/Subject.h"
+
+namespace {
+
+constexpr long kIncoming = docflag::Incoming, kMarked = docflag::MarkedUnread;
+
+// Notes the letters' events as "+" and "*", and every change of a folder with its two counts.
+class Recorder : public CMSDocumentListener, public CMSFolderListener {
+ public:
+  void OnAttachStore(CMSMessageStore&) override {}
+  void OnDocumentRemoved(const CMSDocument&) override { m_events += "- "; }
+  void OnDocumentAdded(const CMSDocument&) override { m_events += "+ "; }
+  void OnDocumentChanged(const CMSDocument&) override { m_events += "* "; }
+  void OnFolderRemoved(const CMSFolder&) override {}
+  void OnFolderAdded(const CMSFolder&) override {}
+  void OnFolderChanged(const CMSFolder& folder) override {
+    m_events += std::to_string(folder.GetUnreadDocumentCount()) + "/" +
+                std::to_string(folder.GetUndeliveredDocumentCount()) + " ";
+  }
+  std::string Take() { return std::exchange(m_events, ""); }
+
+ private:
+  std::string m_events;
+};
+
+class Letters : public testing::Test {
+ protected:
+  CMSDocument NewLetter(long flags = 0, const char* regNumber = "") {
+    return root.CreateDocument("Subject", regNumber, "", "", "", "", "", "", "", flags, 77);
+  }
+  static CMSAttachment Attach(CMSDocument& letter, long flag) {
+    return letter.AddAttachment("gone.txt", false, "", "", flag | attachmentflag::FileRemoved);
+  }
+  static CMSRecipient Address(CMSDocument& letter, long flag, const char* envelope = "",
+                              const char* group = "", const char* user = "") {
+    return letter.AddRecipient("", envelope, "", "", group, user, "", "", "", "", "", "", "", "",
+                               flag, 0);
+  }
+  void Listen() {
+    root.GetUnreadDocumentCount();  // from here on there is a cache to adjust
+    store.AddListener(static_cast<CMSFolderListener*>(&events));
+    store.AddListener(static_cast<CMSDocumentListener*>(&events));
+    events.Take();
+  }
+  template <class T>
+  static void Patch(const CMSObject<T>& handle, LittleU32 T::*field, unsigned long value) {
+    CMSFieldAccess::Write(handle,
+                          [&](T& record) { record.*field = static_cast<std::uint32_t>(value); });
+  }
+
+  Engine files;
+  CMSMessageStore store = OpenStore(files.dir.Path());
+  CMSFolder root = store.Root();
+  Recorder events;
+};
+
+// Any sequence of subjects and paths reads back as the rule of the shared room says.
+TEST(Subject, Shares_the_room_behind_the_path) {
+  std::mt19937 random(7);
+  const auto length = [&](std::initializer_list<std::size_t> special, std::size_t most) {
+    return random() % 2 == 0 ? special.begin()[random() % special.size()] : random() % (most + 1);
+  };
+  for (int round = 0; round < 200; ++round) {
+    CMSDocumentData record{};
+    std::string path, subject;
+    for (int step = 0; step < 12; ++step) {
+      const bool whole = path.size() < 255;
+      if (random() % 2 == 0) {
+        subject = std::string(length({0, 99, 100, 101, 353, 354, 355, 400}, 400), 'a');
+        for (char& c : subject) c = static_cast<char>('a' + random() % 26);
+        PutSubject(record, subject);
+        subject.resize(std::min<std::size_t>(subject.size(), whole ? 354 - path.size() : 100));
+      } else {
+        path = std::string(length({0, 1, 100, 253, 254, 255, 259}, 259), 'p');
+        PutLetterPath(record, path);
+        const std::size_t most = whole && path.size() < 255 ? 354 - path.size() : 100;
+        subject.resize(std::min(subject.size(), most));
+      }
+      ASSERT_EQ(SubjectOf(record), subject);
+      ASSERT_EQ(CMSFieldAccess::TextOf(record.LetterPath).str(), path);
+      ASSERT_EQ(record.RegNumber[0], 0);
+      ASSERT_EQ(record.CreationTime, 0u);
+    }
+  }
+  CMSDocumentData damaged{};
+  std::memset(damaged.Name, 'x', sizeof damaged.Name);
+  std::memset(damaged.LetterPath, 'x', sizeof damaged.LetterPath);
+  EXPECT_EQ(SubjectOf(damaged), std::string(101, 'x'));
+  damaged.Name[100] = 0;
+  EXPECT_EQ(SubjectOf(damaged), std::string(100, 'x'));
+  PutLetterPath(damaged, "short");
+  EXPECT_EQ(SubjectOf(damaged), std::string(100, 'x'));
+}
+
+template <class Handle>
+struct TextField {
+  CKitString (Handle::*get)() const;
+  void (Handle::*set)(const char*);
+  std::size_t most;
+};
+
+// Each field takes what it can hold and one more is refused, and none spills into another.
+template <class Handle>
+void ExpectFieldsKeepTheirBounds(Handle handle, const std::vector<TextField<Handle>>& fields) {
+  for (std::size_t i = 0; i < fields.size(); ++i) {
+    const auto letter = static_cast<char>('A' + i);
+    const std::string most(fields[i].most, letter);
+    (handle.*fields[i].set)(most.c_str());
+    EXPECT_EQ(CodeOf([&] { (handle.*fields[i].set)((most + "!").c_str()); }), 87);
+  }
+  for (std::size_t i = 0; i < fields.size(); ++i)
+    EXPECT_EQ((handle.*fields[i].get)().str(),
+              std::string(fields[i].most, static_cast<char>('A' + i)));
+}
+
+TEST_F(Letters, Texts_fill_their_fields_and_longer_ones_are_refused) {
+  using D = CMSDocument;
+  CMSDocument letter = NewLetter();
+  ExpectFieldsKeepTheirBounds<D>(letter,
+                                 {{&D::RegNumber, &D::RegNumber, 100},
+                                  {&D::LetterPath, &D::LetterPath, 259},
+                                  {&D::ObsoleteSenderNetAddr, &D::ObsoleteSenderNetAddr, 16},
+                                  {&D::SenderIDWG, &D::SenderIDWG, 13},
+                                  {&D::SenderIDU, &D::SenderIDU, 8},
+                                  {&D::SenderWSName, &D::SenderWSName, 50},
+                                  {&D::SenderWGName, &D::SenderWGName, 50},
+                                  {&D::SenderUserName, &D::SenderUserName, 56}});
+  using A = CMSAttachment;
+  ExpectFieldsKeepTheirBounds<A>(
+      Attach(letter, 0),
+      {{&A::Name, &A::Name, 200}, {&A::AttachmentName, &A::AttachmentName, 259}});
+  using R = CMSRecipient;
+  ExpectFieldsKeepTheirBounds<R>(Address(letter, 0),
+                                 {{&R::TransEnvFileName, &R::TransEnvFileName, 259},
+                                  {&R::ObsoleteNetAddr, &R::ObsoleteNetAddr, 16},
+                                  {&R::IDWS, &R::IDWS, 9},
+                                  {&R::IDWG, &R::IDWG, 13},
+                                  {&R::IDU, &R::IDU, 8},
+                                  {&R::WSName, &R::WSName, 99},
+                                  {&R::WGName, &R::WGName, 57},
+                                  {&R::UserName, &R::UserName, 57},
+                                  {&R::Annotation, &R::Annotation, 255},
+                                  {&R::Receiver, &R::Receiver, 57},
+                                  {&R::Reader, &R::Reader, 57}});
+  EXPECT_EQ(CodeOf([&] { letter.CreationData("31.02.2024 10:00"); }), 87);
+  EXPECT_EQ(CodeOf([&] { NewLetter(0, std::string(101, 'n').c_str()); }), 87);
+  EXPECT_EQ(CodeOf([&] { Address(letter, 0, "", "0123456789ABCD"); }), 87);
+  EXPECT_EQ(store.GetDocumentCount(), 1u);
+  EXPECT_EQ(letter.GetRecipientCount(), 1);
+}
+
+TEST_F(Letters, What_was_stored_is_there_after_reopening) {
+  CMSDocument letter = NewLetter(docflag::Encrypted | kIncoming, "AB-0123/45x");
+  const std::string subject(120, 's');
+  letter.Name(subject.c_str());
+  letter.LetterPath("C:\\letters");
+  letter.CreationData(" 5.11.2023 09:07");
+  letter.DeletedTime(-1);
+  CMSRecipient recipient = Address(letter, 0x4, "ENVELOPE.001");
+  recipient.PackDateTime("24.12.2030 23:59");
+  recipient.TransEnvFileName("ENVELOPE.002");
+  const unsigned long id = letter.ID();
+  letter = {}, recipient = {}, root = {}, store = {};
+
+  store = OpenStore(files.dir.Path(), true);
+  letter = store.GetDocument(id);
+  EXPECT_EQ(letter.Name().str(), subject);
+  EXPECT_EQ(letter.CreationData().str(), " 5.11.2023 09:07");
+  EXPECT_EQ(letter.DeletedTime(), -1);
+  EXPECT_EQ(letter.Flag(), kIncoming);  // nobody but an attachment makes it encrypted
+  EXPECT_FALSE(store.FindRecipient("ENVELOPE.001", true));
+  recipient = store.FindRecipient("ENVELOPE.002", true);
+  EXPECT_EQ(recipient.PackDateTime().str(), "24.12.2030 23:59");
+  EXPECT_EQ(recipient.ReadDateTime().str(), "");
+  EXPECT_EQ(CodeOf([&] { recipient.Flag(0); }), 19);
+  EXPECT_EQ(CodeOf([&] { letter.Name("x"); }), 19);
+}
+
+TEST_F(Letters, Registration_numbers) {
+  const auto distilled = [&](const char* text) {
+    return NewLetter(kIncoming, text).DistillRegNumber();
+  };
+  EXPECT_EQ(distilled("AB-0123/45x"), 45);
+  EXPECT_EQ(distilled("12345678901234567"), 45678901234567);
+  EXPECT_EQ(distilled("none"), 0);
+  EXPECT_EQ(NewLetter(kIncoming, "R-").UniversalRegNumber().str(), "R-");
+  EXPECT_EQ(NewLetter(0, "R-").UniversalRegNumber().str(), "R-77");
+  EXPECT_EQ(NewLetter(0, "R-12").DistillRegNumber(), 77);
+}
+
+TEST_F(Letters, Turning_a_letter_round_tells_its_new_state_before_the_end_of_the_old_one) {
+  CMSDocument letter = NewLetter(kIncoming);
+  Attach(letter, 0);
+  Address(letter, 0x4);
+  Listen();
+  letter.Flag(docflag::Encrypted);
+  EXPECT_EQ(events.Take(), "1/1 0/1 + * ");
+  EXPECT_EQ(letter.Flag(), 0);
+  letter.Flag(kIncoming);
+  EXPECT_EQ(events.Take(), "1/1 1/0 + * ");
+  letter.SetActionFlag(kMarked);  // counted beside the unread attachment
+  EXPECT_EQ(events.Take(), "2/0 + * ");
+  EXPECT_TRUE(letter.IsMarkedAsUnread() && letter.IsAction(kMarked | kIncoming));
+  EXPECT_FALSE(letter.IsAction(kMarked | 0x20));
+  letter.Flag(kIncoming);
+  letter.Flag(kIncoming | 0x40);
+  EXPECT_EQ(events.Take(), "1/0 + * + * ");
+  letter.RegNum(3);
+  EXPECT_EQ(events.Take(), "* ");
+}
+
+TEST_F(Letters, Only_the_last_unread_attachment_makes_a_letter_read) {
+  CMSDocument letter = NewLetter(kIncoming);
+  CMSAttachment first = Attach(letter, 0), second = Attach(letter, 0);
+  Attach(letter, attachmentflag::NotCounted);
+  Listen();
+  first.Flag(first.Flag() | attachmentflag::Read);
+  EXPECT_EQ(events.Take(), "");
+  second.Flag(second.Flag() | attachmentflag::Read);
+  EXPECT_EQ(events.Take(), "0/0 ");
+  EXPECT_FALSE(letter.IsUnread());
+  second.Flag(0);
+  EXPECT_EQ(events.Take(), "1/0 ");
+  letter.DeleteAttachment(second);
+  EXPECT_EQ(events.Take(), "* 0/0 ");
+  first.DateTime(CKitDateTime(5));
+  EXPECT_EQ(events.Take(), "* ");
+  CMSDocument::CMSDocAttachmentInfo info;
+  letter.AttachmentInfo(info);
+  EXPECT_EQ(info.encryption * 100 + info.signature * 10 + info.read, 221u);
+}
+
+TEST_F(Letters, Delivery_follows_the_recipients) {
+  CMSDocument letter = NewLetter();
+  Listen();
+  CMSRecipient first = Address(letter, 0x4);
+  EXPECT_EQ(events.Take(), "0/1 ");
+  CMSRecipient second = Address(letter, 0x4);
+  first.Flag(0x24);
+  EXPECT_EQ(events.Take(), "");
+  second.Flag(0x20);
+  EXPECT_EQ(events.Take(), "0/0 ");
+  second.Flag(0x4);
+  letter.DeleteRecipient(second);
+  EXPECT_EQ(events.Take(), "0/1 0/0 ");
+  EXPECT_FALSE(second);
+  CMSDocument::CMSDocRcptInfo info;
+  Address(letter, 0x20);
+  letter.RcptInfo(info);
+  EXPECT_EQ(info.bit4 * 100 + info.bit8 * 10 + info.bit20, 321u);
+  EXPECT_EQ(letter.GetRecipientCount(), 2);
+}
+
+TEST_F(Letters, Current_recipient_categories_and_order) {
+  struct Sink : CLogSink {
+    void WriteLogFormatted(const char*, const char*, int) override {}
+    int ReportLog(int, const char* text, const char* source, int) override {
+      return last = std::string(source) + ": " + text, 0;
+    }
+    std::string last;
+  } sink;
+  CMSDocument letter = NewLetter();
+  CMSRecipient other = Address(letter, 0, "", "G", "U1");
+  CLogSink* const previous = SetLogSink(&sink);
+  EXPECT_FALSE(letter.GetCurrentRecipient());
+  SetLogSink(previous);
+  EXPECT_EQ(sink.last, "Doc: Unable to find current recipient for document #x00000002");
+  CMSRecipient current = Address(letter, recipientflag::Current, "", "G", "U2");
+  EXPECT_EQ(letter.GetCurrentRecipient(), current);
+  letter.SetCategory("G", "U2", 9);
+  EXPECT_EQ(current.Category() * 10 + other.Category(), 90);
+  const CMSDocument later = NewLetter();
+  store.SetCmpDocs([](const CMSDocument& a, const CMSDocument& b) { return a.ID() > b.ID(); });
+  EXPECT_TRUE(later < letter && later > letter);
+}
+
+TEST_F(Letters, Damaged_links_and_counts_are_reported_and_nothing_else_happens) {
+  CMSDocument letter = NewLetter(kIncoming), other = NewLetter();
+  CMSAttachment attachment = Attach(letter, attachmentflag::Body), lost = Attach(letter, 0);
+  CMSRecipient recipient = Address(letter, 0);
+  other.DeleteAttachment(attachment);
+  other.DeleteRecipient(recipient);
+  Patch(attachment, &CMSAttachmentData::DocID, other.ID());
+  EXPECT_EQ(letter.GetAttachmentCountEx(0, attachmentflag::NotCounted), 2);
+  CMSFieldAccess::Write(letter, [](CMSDocumentData& record) { record.AttachmentCount = 9; });
+  Patch(attachment, &CMSAttachmentData::DocID, letter.ID());
+  EXPECT_EQ(letter.GetAttachmentCount(), 2);
+  Patch(lost, &CMSAttachmentData::DocID, 4711);
+  lost.Flag(attachmentflag::Encrypted);
+  EXPECT_EQ(letter.Flag(), kIncoming);
+  EXPECT_TRUE(attachment && recipient);
+  EXPECT_EQ(files.Reports(),
+            "CMSDocument::DeleteAttachment detected mismatch in parent-child IDs\n"
+            "CMSDocument::DeleteRecipient detected mismatch in parent-child IDs\n"
+            "CMSDocument::GetNextAttachment detected mismatch in parent-child IDs\n"
+            "CMSDocument::GetAttachmentCount detected mismatch in real and expected number of "
+            "letter attachments\n"
+            "CMSDocument::OnAttachmentFlagChanged detected mismatch in parent-child IDs\n");
+}
+
+TEST_F(Letters, Threads_change_one_letter_together) {
+  CMSDocument letter = NewLetter(kIncoming);
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 3; ++i) {
+    threads.emplace_back([this, i, id = letter.ID()] {
+      CMSDocument mine = store.GetDocument(id);
+      for (int round = 0; round < 60; ++round) {
+        CMSAttachment attachment = Attach(mine, round % 2 == 0 ? 0 : attachmentflag::Read);
+        attachment.Size(10);
+        CMSRecipient recipient = Address(mine, 0x4, "SAME");
+        mine.Name(
+            std::string(90 + static_cast<std::size_t>(round), static_cast<char>('a' + i)).c_str());
+        const std::string seen = mine.Name();
+        EXPECT_EQ(seen.find_first_not_of(seen[0]), std::string::npos);
+        mine.IsUnread();
+        mine.GetRawStorageSize();
+        mine.DeleteRecipient(recipient);
+        if (round % 3 != 0) mine.DeleteAttachment(attachment);
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(letter.GetAttachmentCount(), 60);
+  EXPECT_EQ(letter.GetRecipientCount(), 0);
+  EXPECT_EQ(letter.Size(), 600u);
+  EXPECT_EQ(store.GetFullSize(), 600);
+  EXPECT_EQ(files.Reports(), "");
+}
+
+}  // namespace

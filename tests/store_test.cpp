@@ -1,0 +1,307 @@
+// The life of a store: opening, identity, listeners, promises to the medium, threads, closing.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <filesystem>
+#include <mutex>
+#include <optional>
+#include <random>
+#include <thread>
+
+#include "ms/Source/MSFixer.h"
+#include "ms/Source/StoreFiles.h"
+#include "platform/Profile.h"
+#include "support/Engine.h"
+#include "support/FaultyFiles.h"
+#include "support/OpenStore.h"
+#include "support/TempDir.h"
+#include "support/Walk.h"
+
+namespace {
+
+using Level = CMSDurabilityLevel;
+
+struct Store : testing::Test {
+  TempDir dir;
+
+  std::string State() const {
+    return platform::ReadProfileString(dir / "ms3.db", "Maintenance", "State", "", 100);
+  }
+  std::string Setting(const char* key) const {
+    return platform::ReadProfileString(dir / "ms3.db", "MessageStore", key, "", 100);
+  }
+  CMSMessageStore Open(bool readOnly = false, Level level = Level::Process) {
+    return OpenStore(dir.Path(), readOnly, nullptr, level);
+  }
+  static CMSDocument Letter(CMSFolder folder, long flags = docflag::Complete) {
+    return folder.CreateDocument("Subject", "", "", "", "", "", "", "", "", flags, 0);
+  }
+  static CMSRecipient Address(CMSDocument letter, const std::string& packet) {
+    return letter.AddRecipient("", packet, "", "", "", "", "", "", "", "", "", "", "", "", 0, 1);
+  }
+};
+
+// Another thread may have deleted or moved the letter meanwhile.
+template <class Body>
+void Tolerate(Body body) {
+  try {
+    body();
+  } catch (const XKitStatus& gone) {
+    EXPECT_EQ(gone.Code(), 6) << gone.what();
+  }
+}
+
+}  // namespace
+
+TEST_F(Store, A_new_directory_becomes_a_store_that_opens_again_as_it_was_left) {
+  const std::string path = dir / "deep/er";
+  std::optional<CMSMessageStore> store = OpenStore(path + "//");
+  EXPECT_EQ(store->GetMainFolder(), path);
+  for (const char* name : storefiles::kRequired)
+    EXPECT_TRUE(CKitFile::Exists(CKitFile::Join(path, name))) << name;
+  EXPECT_EQ(store->Root().ID(), 1u);
+  EXPECT_EQ(store->Root().Name(), "Root");
+  const long first = store->ID();
+  const CMSFolder folder = store->Root().CreateFolder("A", "", 0);
+  EXPECT_EQ(folder.ID(), 2u);
+  store.reset();
+  // The handle keeps the store open, so nobody else gets in.
+  const std::string master = CKitFile::Join(path, "ms3.db");
+  EXPECT_EQ(platform::ReadProfileString(master, "Maintenance", "State", "", 9), "Active");
+  EXPECT_EQ(CodeOf([&] { OpenStore(path); }), 17);
+  {
+    const CMSMessageStore again = folder.MS();
+    EXPECT_EQ(again.ID(), first);
+    EXPECT_EQ(CMSFolder(folder).Name(), "A");
+  }
+  const_cast<CMSFolder&>(folder) = CMSFolder();
+  EXPECT_EQ(platform::ReadProfileString(master, "Maintenance", "State", "", 9), "Closed");
+  store = OpenStore(path);
+  EXPECT_GT(store->ID(), first);
+  EXPECT_EQ(store->Root().OpenFolder("A").ID(), 2u);
+  EXPECT_FALSE(store->Root().OpenFolder("Root"));
+}
+
+TEST_F(Store, Readers_share_and_exclude_a_writer_and_change_nothing) {
+  EXPECT_EQ(CodeOf([&] { OpenStore(dir / "none", true); }), 17);
+  EXPECT_FALSE(CKitFolder::Exists(dir / "none"));
+  EXPECT_EQ(CodeOf([&] { Open(true); }), 17);
+  EXPECT_TRUE(std::filesystem::is_empty(dir.Path()));
+  CMSDocument letter = Letter(Open().Root());
+  EXPECT_THROW(Open(true), CMSDBException);
+  letter = CMSDocument();
+  const std::string before = ReadBytes(dir / "docs3.db");
+  CMSMessageStore one = Open(true);
+  CMSMessageStore two = Open(true);
+  EXPECT_LT(one, two);
+  EXPECT_EQ(CodeOf([&] { Open(); }), 17);
+  CMSDocument read = one.GetDocument(2);
+  EXPECT_EQ(read.Name(), "Subject");
+  EXPECT_NE(read, two.GetDocument(2));
+  EXPECT_EQ(CodeOf([&] { read.Name("x"); }), 19);
+  EXPECT_EQ(CodeOf([&] { one.Root().CreateFolder("x", "", 0); }), 19);
+  EXPECT_EQ(CodeOf([&] { one.Root().DeleteDocument(read); }), 19);
+  EXPECT_TRUE(two.WriteCustomData("Client", "key", "value"));
+  EXPECT_EQ(one.GetCustomData("client", "KEY"), "value");
+  EXPECT_EQ(ReadBytes(dir / "docs3.db"), before);
+}
+
+TEST_F(Store, No_ID_is_ever_issued_twice_whatever_the_master_file_says) {
+  unsigned long last = 0;
+  for (const char* lie : {"1", "", "-7", "garbage", "4294967295"}) {
+    {
+      CMSMessageStore store = Open();
+      const CMSDocument letter = Letter(store.Root());
+      EXPECT_GT(letter.ID(), last);
+      last = Address(letter, "P").ID();
+      EXPECT_EQ(Setting("LastID"), std::to_string(last));
+    }
+    platform::WriteProfileString(dir / "ms3.db", "MessageStore", "LastID", lie);
+  }
+}
+
+TEST_F(Store, Handles_compare_by_object_and_turn_stale_together) {
+  CMSMessageStore store = Open();
+  EXPECT_TRUE(store.IsSingleOwned());
+  CMSFolder root = store.Root();
+  CMSDocument a = Letter(root);
+  const unsigned long id = a.ID();
+  CMSDocument b = store.GetDocument(id);
+  EXPECT_EQ(a, b);
+  EXPECT_NE(a, Letter(root));
+  EXPECT_EQ(CMSDocument(), CMSDocument());
+  EXPECT_FALSE(store.GetDocument(root.ID()));
+  EXPECT_FALSE(CMSDocument().MS().IsValid());
+  root.DeleteDocument(a);
+  EXPECT_TRUE(!a && !b && a == b && b.ID() == id);
+  EXPECT_FALSE(store.GetDocument(id));
+  EXPECT_EQ(CodeOf([&] { (void)b.Name(); }), 6);
+  EXPECT_EQ(CodeOf([&] { b.Flag(0); }), 6);
+  EXPECT_EQ(CodeOf([&] { root.DeleteDocument(b); }), 6);
+  EXPECT_EQ(CodeOf([] { (void)CMSFolder().Name(); }), 6);
+  EXPECT_EQ(CodeOf([] { CMSDocument().Name("x"); }), 6);
+}
+
+TEST_F(Store, Packets_lead_to_the_first_recipient_in_the_right_direction) {
+  {
+    CMSMessageStore store = Open();
+    CMSDocument out = Letter(store.Root());
+    CMSDocument in = Letter(store.Root(), docflag::Incoming);
+    const CMSRecipient second = Address(in, "PACKET_NAME_LONG");
+    CMSRecipient first = Address(out, "PACKET_NAME_");
+    EXPECT_EQ(store.FindRecipient("PACKET_NAME_X", true), second);
+    EXPECT_EQ(store.FindRecipient("PACKET_NAME_", false), first);
+    first.TransEnvFileName("other");
+    EXPECT_FALSE(store.FindRecipient("PACKET_NAME_", false));
+    EXPECT_FALSE(store.FindRecipient("", false));
+    EXPECT_FALSE(store.FindRecipient(nullptr, false));
+    out.DeleteRecipient(first);
+    EXPECT_FALSE(store.FindRecipient("other", false));
+  }
+  CMSMessageStore store = Open(true);
+  EXPECT_TRUE(store.FindRecipient("PACKET_NAME_", true));
+}
+
+TEST_F(Store, Each_level_waits_for_just_what_it_promises) {
+  constexpr auto kWaits = call::kSync | call::kFlush | call::kSyncVolume;
+  FaultyFiles files;
+  const auto work = [](CMSMessageStore& store) {
+    for (int i = 0; i < 10; ++i) Address(Letter(store.Root()), "P" + std::to_string(i));
+  };
+  for (const Level level : {Level::Process, Level::Operation, Level::Immediate}) {
+    CMSMessageStore store = Open(false, level);
+    Address(Letter(store.Root()), "warm");
+    const unsigned syncs = files.Count(kWaits);
+    work(store);
+    const unsigned each = files.Count(kWaits) - syncs;
+    unsigned waitedWithin = 0;
+    {
+      CMSBatch batch(store);
+      work(store);
+      waitedWithin = files.Count(kWaits) - syncs - each;
+      batch.Commit();
+    }
+    const unsigned batched = files.Count(kWaits) - syncs - each;
+    // One more now and then, when a counter of the master file gains a digit.
+    if (level == Level::Process) {
+      EXPECT_LE(each + batched, 2u);
+    } else if (level == Level::Operation) {
+      EXPECT_GE(each, 20u);         // every call waits
+      EXPECT_LE(waitedWithin, 1u);  // none within the batch
+      EXPECT_LE(batched, 5u);       // then once for each record file touched
+    } else {
+      EXPECT_GT(waitedWithin, 100u);
+    }
+  }
+}
+
+TEST_F(Store, A_sync_that_fails_ends_all_changes_and_leaves_the_store_marked_open) {
+  FaultyFiles files;
+  {
+    CMSMessageStore store = Open(false, Level::Operation);
+    CMSDocument letter = Letter(store.Root());
+    files.Fail({.calls = call::kSync, .path = "docs3.db"});
+    EXPECT_EQ(CodeOf([&] { letter.Name("changed"); }), 19);
+    files.Heal();
+    EXPECT_TRUE(store.IsReadOnly());
+    EXPECT_EQ(CodeOf([&] { letter.Name("again"); }), 19);
+    EXPECT_EQ(CodeOf([&] { store.Root().CreateFolder("x", "", 0); }), 19);
+    EXPECT_EQ(CodeOf([&] { CMSBatch(store).Commit(); }), 19);
+    EXPECT_EQ(letter.Name(), "changed");
+  }
+  EXPECT_EQ(State(), "Active");
+  EXPECT_EQ(Open().GetDocumentCount(), 1u);
+  EXPECT_EQ(State(), "Closed");
+}
+
+TEST_F(Store, Listeners_are_attached_called_once_for_each_registration_and_let_go) {
+  struct Counter : CMSDocumentListener, CMSFolderListener {
+    void OnAttachStore(CMSMessageStore& store) override { log += "@" + std::to_string(store.ID()); }
+    void OnDocumentRemoved(const CMSDocument& d) override { log += d ? "?" : "-d"; }
+    void OnDocumentAdded(const CMSDocument&) override { log += "+d"; }
+    void OnDocumentChanged(const CMSDocument&) override { log += "*d"; }
+    void OnFolderRemoved(const CMSFolder&) override { log += "-f"; }
+    void OnFolderAdded(const CMSFolder&) override { log += "+f"; }
+    void OnFolderChanged(const CMSFolder&) override { log += "*f"; }
+    std::string log;
+  } listener;
+  CMSMessageStore store = Open();
+  store.AddListener(static_cast<CMSDocumentListener*>(&listener));
+  store.AddListener(static_cast<CMSDocumentListener*>(&listener));
+  const std::string attached = "@" + std::to_string(store.ID());
+  EXPECT_EQ(std::exchange(listener.log, ""), attached + attached);
+  CMSFolder root = store.Root();
+  CMSDocument letter = Letter(root);
+  EXPECT_EQ(std::exchange(listener.log, ""), "+d+d");
+  store.RemoveListener(static_cast<CMSDocumentListener*>(&listener));
+  letter.Flag(0);
+  EXPECT_EQ(std::exchange(listener.log, ""), "+d*d");
+  root.DeleteDocument(letter);
+  EXPECT_EQ(std::exchange(listener.log, ""), "-d");
+  store.RemoveListener(static_cast<CMSDocumentListener*>(&listener));
+  Letter(root);
+  EXPECT_EQ(listener.log, "");
+}
+
+TEST_F(Store, Eight_threads_leave_a_consistent_store) {
+  std::atomic<unsigned> made{0};
+  std::atomic<unsigned> deleted{0};
+  std::mutex moving;
+  {
+    CMSMessageStore store = Open();
+    std::vector<CMSFolder> folders;
+    for (int i = 0; i < 4; ++i)
+      folders.push_back(store.Root().CreateFolder("F" + std::to_string(i), "", 0));
+    const auto work = [&](unsigned seed) {
+      std::mt19937 random(seed);
+      CMSMessageStore mine = store;
+      for (int i = 0; i < 60; ++i) {
+        CMSFolder folder = mine.GetFolder(folders[random() % 4].ID());
+        CMSFolder other = mine.GetFolder(folders[random() % 4].ID());
+        CMSDocument letter = Letter(folder, docflag::Incoming | docflag::MarkedUnread);
+        ++made;
+        Tolerate([&] {
+          Address(letter, "P" + std::to_string(letter.ID()));
+          letter.AddAttachment("", false, "a", "a", attachmentflag::FileRemoved);
+        });
+        std::list<CMSDocument> listed;
+        folder.Documents(listed);
+        for (CMSDocument& any : listed) {
+          Tolerate([&] {
+            (void)any.IsUnread();
+            switch (random() % 24) {
+              case 0:
+                return any.Flag(any.Flag() ^ docflag::MarkedUnread);
+              case 1: {
+                const std::lock_guard guard(moving);
+                return any.Move(other);
+              }
+              case 2: {
+                // To delete from a folder that another thread has just emptied would be damage.
+                const std::lock_guard guard(moving);
+                any.Parent().DeleteDocument(any);
+                if (!any) ++deleted;
+                return;
+              }
+              default:
+                (void)any.GetLocation();
+            }
+          });
+        }
+        (void)folder.GetUnreadDocumentCount();
+      }
+    };
+    std::vector<std::thread> threads;
+    for (unsigned t = 0; t < 8; ++t) threads.emplace_back(work, t);
+    for (auto& thread : threads) thread.join();
+  }
+  EXPECT_EQ(State(), "Closed");
+  CMSMessageStore store = Open(true);
+  const Walk walk(store);
+  EXPECT_EQ(walk.letters, store.GetDocumentCount());
+  EXPECT_LE(walk.letters, made);
+  EXPECT_GE(walk.letters + deleted, made);
+  EXPECT_EQ(walk.attachments, walk.letters);
+  EXPECT_EQ(walk.recipients, walk.letters);
+  EXPECT_EQ(ReadBytes(dir / "fixme.dat"), "");
+}
