@@ -19,8 +19,8 @@ class MS_API CKitDateTime {
   // Local date and time as "%2u.%02u.%04u %02u:%02u" (day, month, year, hour, minute); empty when
   // not set. Seconds are dropped, so parsing the text gives the minute's start.
   std::string Text() const;
-  // Reads that form back. The empty text is "not set"; anything that is no such date, or lies
-  // outside 1970 to 2106, is XKitStatus 87.
+  // Reads that form back. The empty text is "not set"; anything that does not begin with such a
+  // date, or lies outside 1970 to 2106, is XKitStatus 87.
   static CKitDateTime Parse(const std::string& text);
 
  private:

@@ -135,11 +135,15 @@ void CMSAttachment::Get(const char* source, bool move) {
   const std::string target = RequirePath(*this);
   const bool another = !IsSameFile(from, target);
   RequireWritable(store);
+  // A file of that name may be waiting for its removal; the new one must not go with it.
+  store.Durability().Pay();
   if (another) attachmentfiles::CopyIn(from, target, store.Durability());
   ChangeRecord(*this, [&](Record& record) {
     record.Attributes = info.attributes;
     record.DateTime = info.modified;
     record.Size = info.length;
   });
-  if (move && another) CKitFile::RemoveEx(from);
+  if (!move || !another) return;
+  store.Durability().Pay();
+  CKitFile::RemoveEx(from);
 }

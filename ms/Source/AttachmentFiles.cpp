@@ -65,6 +65,13 @@ bool IsStoreFile(const std::vector<std::string>& parts) {
                      [&](const char* name) { return SameText(parts[0], name); });
 }
 
+// A stored name without the store's directory, however it came to have it: the checks are made of
+// what is inside.
+std::string Relative(const std::string& storeDirectory, const std::string& stored) {
+  if (!IsAbsolute(stored)) return stored;
+  return attachmentfiles::ToStored(storeDirectory, CKitFile::NormalizeFileName(stored));
+}
+
 // A file that goes again unless Keep is called.
 class CUnfinishedFile {
  public:
@@ -109,7 +116,8 @@ void MakeDirectoryOf(const std::string& path, CMSDurability& durability) {
 }  // namespace
 
 std::string ToStored(const std::string& storeDirectory, const std::string& path) {
-  const std::size_t length = storeDirectory.size();
+  std::size_t length = storeDirectory.size();
+  if (length > 0 && platform::IsSeparator(storeDirectory[length - 1])) --length;  // a root
   const bool inside = path.size() > length + 1 && platform::IsSeparator(path[length]) &&
                       SameText(std::string_view(path).substr(0, length), storeDirectory);
   if (!inside) return path;
@@ -121,9 +129,10 @@ std::string ToStored(const std::string& storeDirectory, const std::string& path)
 }
 
 std::string ToFull(const std::string& storeDirectory, const std::string& stored) {
-  if (IsAbsolute(stored)) return stored;
-  const auto parts = Components(stored);
-  if (parts.empty()) return {};
+  const std::string name = Relative(storeDirectory, stored);
+  if (IsAbsolute(name)) return name;
+  const auto parts = Components(name);
+  if (parts.empty() || IsStoreFile(parts)) return {};
   return CKitFile::NormalizeFileName(Below(storeDirectory, parts, parts.size()));
 }
 
@@ -191,15 +200,17 @@ void CreateEmpty(const std::string& target, CMSDurability& durability) {
 
 void Remove(const std::string& storeDirectory, const std::string& stored,
             CMSDurability& durability) {
-  if (IsAbsolute(stored)) {
-    CKitFile::RemoveEx(stored);  // no directory of the store owes anything for it
+  const std::string name = Relative(storeDirectory, stored);
+  if (IsAbsolute(name)) {
+    CKitFile::RemoveEx(name);  // no directory of the store owes anything for it
     return;
   }
-  const auto parts = Components(stored);
+  const auto parts = Components(name);
   if (parts.empty() || IsStoreFile(parts)) return;
   bool changed = CKitFile::RemoveEx(Below(storeDirectory, parts, parts.size()));
   std::size_t depth = parts.size() - 1;
-  while (depth > 0 && CKitFolder::RemoveFolder(Below(storeDirectory, parts, depth))) {
+  // Up to the first that stays, whatever keeps it.
+  while (depth > 0 && platform::Files().RemoveDirectory(Below(storeDirectory, parts, depth)).Ok()) {
     changed = true;
     --depth;
   }

@@ -3,6 +3,7 @@
 // The copy of a file is made before the change that records it, without any lock, and goes again
 // when that change does not come about. A file is removed only after the change that gave up its
 // record: a crash in between leaves a file without a record, which does no harm.
+#include <string_view>
 #include <vector>
 
 #include "AttachmentFiles.h"
@@ -18,13 +19,14 @@ namespace {
 
 constexpr char kBodyFile[] = "blank.txt";
 
-// The source's own name, safe from being taken for a path where a stored name is one.
+// The source's own name, without what could be taken for a path or is no name on some platform.
 std::string FileNameOf(const std::string& source) {
+  constexpr std::string_view kForbidden = "\\/:*?\"<>|";
   std::string name = CKitFile::BaseName(source) + CKitFile::Extension(source);
   for (char& c : name) {
-    if (c == '\\' || c == '/') c = '_';
+    if (kForbidden.find(c) != std::string_view::npos || (c >= 0 && c < ' ')) c = '_';
   }
-  return name.empty() ? "unnamed" : name;
+  return name.empty() || name == "." || name == ".." ? "unnamed" : name;
 }
 
 Record NewRecord(const std::string& name, const std::string& sourceName, long flag) {
@@ -42,8 +44,9 @@ void PutSource(Record& data, const std::string& source) {
   data.Size = info.length;
 }
 
-// What was secret, or is now, leaves no readable remains.
-void RemoveSource(const std::string& source, long flag) {
+// What was secret, or is now, leaves no readable remains. The copy must be safe before.
+void RemoveSource(CMSMessageStoreImp& store, const std::string& source, long flag) {
+  store.Durability().Pay();
   if ((flag & (attachmentflag::Encrypted | attachmentflag::Body)) == 0) {
     CKitFile::RemoveEx(source);
   } else {
@@ -97,7 +100,7 @@ CMSAttachment CMSDocument::AddAttachment(const CKitString& source, bool move,
   PutChecked(data.InternalFileName, place.Stored(), "path of the stored file");
   if (withFile) attachmentfiles::CopyIn(source, place.Path(), store.Durability());
   const CMSAttachment attachment = LinkAttachment(data, place);
-  if (attachment && withFile && move) RemoveSource(source, flag);
+  if (attachment && withFile && move) RemoveSource(store, source, flag);
   return attachment;
 }
 

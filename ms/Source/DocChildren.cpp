@@ -150,10 +150,9 @@ CMSRecipient CMSDocument::GetCurrentRecipient() const {
     return true;
   });
   if (found) return current;
-  constexpr int kEventLine = 1;  // support knows this event by its place, which must not wander
   const std::string text = KitFormat("Unable to find current recipient for document #x%08X",
                                      static_cast<unsigned int>(ID()));
-  LogEvent(severity::Repaired, text.c_str(), "Doc", kEventLine);
+  LogEvent(severity::Repaired, text.c_str(), "Doc", __LINE__);
   return {};
 }
 

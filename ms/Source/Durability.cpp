@@ -94,17 +94,19 @@ void CMSDurability::Pay() {
   if (m_level == CMSDurabilityLevel::Process) return;
   const std::lock_guard paying(m_paying);
   if (HasFailed()) return;
+  const auto putOff = TakePutOff();
   SyncPending();
   SyncTargets(false);
-  RunPutOff();
+  RunPutOff(putOff);
 }
 
 bool CMSDurability::PayAll() {
   const std::lock_guard paying(m_paying);
   if (HasFailed()) return false;
+  const auto putOff = TakePutOff();
   SyncPending();
   SyncTargets(true);
-  RunPutOff();
+  RunPutOff(putOff);
   const std::lock_guard guard(m_state);
   if (m_volumeDirty) Note(m_directory, platform::Files().SyncVolume(m_directory));
   m_volumeDirty = false;
@@ -150,13 +152,16 @@ void CMSDurability::AfterPayment(std::function<void()> work) {
   m_putOff.push_back(std::move(work));
 }
 
-void CMSDurability::RunPutOff() {
-  std::vector<std::function<void()>> due;
-  {
-    const std::lock_guard guard(m_state);
-    if (!HasFailed()) due.swap(m_putOff);
-  }
-  for (const auto& work : due) {
+// Before the sync begins: what is put off later may follow changes that it does not cover.
+std::vector<std::function<void()>> CMSDurability::TakePutOff() {
+  const std::lock_guard guard(m_state);
+  return std::exchange(m_putOff, {});
+}
+
+// After a sync that failed, what was put off stays undone for good.
+void CMSDurability::RunPutOff(const std::vector<std::function<void()>>& putOff) {
+  if (HasFailed()) return;
+  for (const auto& work : putOff) {
     try {
       work();
     } catch (const XKitFile& error) {

@@ -110,7 +110,8 @@ class CMSDurability {
 
   void SyncTargets(bool derivedToo);
   void SyncPending();
-  void RunPutOff();
+  std::vector<std::function<void()>> TakePutOff();
+  void RunPutOff(const std::vector<std::function<void()>>& putOff);
   // Remembers and logs a failed sync; the first one is kept.
   void Note(const std::string& file, const platform::Status& status);
 

@@ -13,6 +13,8 @@ Cause CauseOf(int error) {
       return Cause::None;
     case ENOENT:
     case ENOTDIR:
+    case ENAMETOOLONG:  // no file can have such a name
+    case ELOOP:
       return Cause::NotFound;
     case EEXIST:
       return Cause::AlreadyExists;

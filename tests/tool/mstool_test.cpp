@@ -36,9 +36,10 @@ class MsTool : public ::testing::Test {
   void TearDown() override { fs::remove_all(m_dir); }
 
   // Runs "mstool COMMAND STORE REST"; the rest is shell text.
-  Outcome Run(const std::string& command, const std::string& rest = "") const {
-    const std::string line = "cd '" + m_dir.string() + "' && TZ=UTC \"$MSTOOL\" " + command +
-                             " store " + rest + " >out 2>err; echo $? >code";
+  Outcome Run(const std::string& command, const std::string& rest = "",
+              const std::string& store = "store") const {
+    const std::string line = "cd '" + m_dir.string() + "' && TZ=UTC \"$MSTOOL\" " + command + " " +
+                             store + " " + rest + " >out 2>err; echo $? >code";
     EXPECT_EQ(std::system(line.c_str()), 0);
     return {std::stoi(Slurp(m_dir / "code")), Slurp(m_dir / "out"), Slurp(m_dir / "err")};
   }
@@ -93,7 +94,7 @@ constexpr const char* kPlain = "From: a@example.org\nSubject: plain\n\ntext\n";
 TEST_F(MsTool, Import_maps_header_recipients_body_and_nested_parts) {
   const std::string attached = "Subject: inner\r\nX-Odd:  kept \r\n\r\nFrom inside\r\n";
   Write("a.eml",
-        "From: =?utf-8?B?w4RtdGVyPQ==?=\r\n =?utf-8?B?IERlc2s=?= <desk@example.org>\r\n"
+        "From: =?utf-8?B?w4RtdGU=?=\r\n =?utf-8?B?ciBEZXNr?= <desk@example.org>\r\n"
         "To: Team: one@example.org, \"Two, B\" <two@example.org>;\r\n"
         "Cc: =?iso-8859-1?Q?Caf=E9?= <cafe@example.org>\r\nBcc: desk at example.org\r\n"
         "Subject: =?utf-8?B?R3LDvMOfZSDDg=?= =?utf-8?B?7xiZXI=?=\r\n"
@@ -183,13 +184,15 @@ TEST_F(MsTool, Mbox_is_cut_by_its_lengths_and_lines_and_gives_the_read_state) {
   const std::string first =
       "Subject: first\nStatus: RO\nContent-Length: " + std::to_string(inner.size()) + "\n\n" +
       inner;
-  Write("box.mbox",
-        "From a@example.org Mon Jan  1 00:00:00 2024\n" + first +
-            "\nFrom a@example.org Mon Jan  1 00:00:00 2024\nSubject: second\nStatus: O\n\n"
-            "\nFrom here on it is text.\n\nFrom - Mon Jan  1 00:00:00 2024\n\n");
+  const std::string box =
+      "From a@example.org Mon Jan  1 00:00:00 2024\n" + first +
+      "\nFrom a@example.org Mon Jan  1 00:00:00 2024\nSubject: second\nStatus: O\n\n"
+      "\nFrom here on it is text.\n\nFrom - Mon Jan  1 00:00:00 2024\n\n";
+  Write("box.mbox", box);
+  const std::string refusal = "refused in/box.mbox, offset " + std::to_string(box.find("From - ")) +
+                              ": there is nothing in it";
   const std::string said = Import(2);
-  EXPECT_NE(said.find("refused in/box.mbox, offset 279: there is nothing in it"), said.npos)
-      << said;
+  EXPECT_NE(said.find(refusal), said.npos) << said;
   const auto letters = Letters();
   ASSERT_EQ(letters.size(), 2U);
   const json& read = letters.find("first")->second;
@@ -234,10 +237,10 @@ TEST_F(MsTool, Says_by_its_exit_code_what_kind_of_failure_it_was) {
   EXPECT_EQ(Run("create").code, 1);
   EXPECT_EQ(Run("ls", "NOPE").code, 1);
   EXPECT_EQ(Run("import", "missing").code, 4);
-  const Outcome nowhere = Run("stat --json nowhere #");
+  const Outcome nowhere = Run("stat", "--json", "nowhere");
   EXPECT_EQ(nowhere.code, 4);
   EXPECT_EQ(nowhere.err.rfind("mstool: nowhere: there is no such directory", 0), 0U);
-  EXPECT_NE(Run("stat in #").err.find("holds no store"), std::string::npos);
+  EXPECT_NE(Run("stat", "", "in").err.find("holds no store"), std::string::npos);
   {
     CKeyCarrier keys;
     CGroupID group;
@@ -254,7 +257,7 @@ TEST_F(MsTool, Says_by_its_exit_code_what_kind_of_failure_it_was) {
   fs::remove(m_dir / "store/docs3.db");
   EXPECT_EQ(Run("folders").code, 2);
   EXPECT_EQ(Run("mkdir", "x").code, 2);
-  EXPECT_EQ(Run("folders whole #").code, 0);
+  EXPECT_EQ(Run("folders", "", "whole").code, 0);
 }
 
 TEST_F(MsTool, Reading_leaves_the_mark_of_an_unclean_shutdown_and_tells_of_it) {
