@@ -1,0 +1,37 @@
+#include "Interrupt.h"
+
+#include <csignal>
+
+#include "Failure.h"
+
+namespace tool {
+namespace {
+
+volatile std::sig_atomic_t g_interrupted = 0;
+
+extern "C" void NoteInterrupt(int) {
+  g_interrupted = 1;
+}
+
+}  // namespace
+
+void WatchInterrupts() {
+  std::signal(SIGINT, NoteInterrupt);
+  std::signal(SIGTERM, NoteInterrupt);
+#ifdef SIGHUP
+  std::signal(SIGHUP, NoteInterrupt);
+#endif
+#ifdef SIGPIPE
+  std::signal(SIGPIPE, SIG_IGN);
+#endif
+}
+
+bool Interrupted() {
+  return g_interrupted != 0;
+}
+
+void StopIfInterrupted() {
+  if (Interrupted()) throw Failure(kExitInterrupted, "interrupted");
+}
+
+}  // namespace tool

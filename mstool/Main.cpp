@@ -1,0 +1,83 @@
+#include <gmime/gmime.h>
+
+#include <iostream>
+
+#include "CommandLine.h"
+#include "Failure.h"
+#include "Interrupt.h"
+#include "Output.h"
+#include "Text.h"
+
+namespace tool {
+
+CLI::App* CommandLine::Add(const std::string& name, const std::string& about,
+                           std::function<int()> command) {
+  CLI::App* sub = app.add_subcommand(name, about);
+  sub->add_option("STORE", store, "the store's directory")->required()->type_name("");
+  sub->callback([this, command = std::move(command)] { run = command; });
+  return sub;
+}
+
+namespace {
+
+constexpr const char* kFooter =
+    "STORE is the directory of a store. A FOLDER is a path such as INBOX/lists, or the folder's\n"
+    "number; a letter is known by its number (ls shows it). Reading commands take --json: one\n"
+    "object, \"format\" first.\n\n"
+    "Exit codes: 0 done; 1 wrong use, or no such letter or folder; 2 the store is damaged or some\n"
+    "input was refused; 4 cannot read or write; 5 the store is in use by another process;\n"
+    "130 interrupted.";
+
+std::string WrongUse(const CLI::App* app, const CLI::Error& error) {
+  std::string command = app->get_name();
+  for (const CLI::App* sub : app->get_subcommands()) command += " " + sub->get_name();
+  return "mstool: " + std::string(error.what()) + "; see " + command + " --help\n";
+}
+
+int Run(CommandLine& line) {
+  try {
+    const int code = line.run();
+    FlushOutput();
+    return code;
+  } catch (const std::exception& error) {
+    const Failure failure = Explain(error);
+    std::cout.flush();
+    std::cerr << "mstool: " << Visible(line.store) << ": " << Visible(failure.what()) << '\n';
+    return failure.ExitCode();
+  }
+}
+
+int Main(int count, char** words) {
+  CommandLine line;
+  line.app.name("mstool");
+  line.app.set_version_flag("--version", "mstool " MS_VERSION);
+  line.app.require_subcommand(1);
+  line.app.footer(kFooter);
+  line.app.failure_message(WrongUse);
+  for (const auto add : {AddCreate, AddImport, AddFolders, AddLs, AddShow, AddExtract, AddFind,
+                         AddMark, AddMove, AddMakeDir, AddRemove, AddStat, AddCustom, AddDump}) {
+    add(line);
+  }
+  try {
+    line.app.parse(count, words);
+  } catch (const CLI::ParseError& error) {
+    return line.app.exit(error) == 0 ? kExitDone : kExitUsage;
+  }
+  WatchInterrupts();
+  g_mime_init();
+  const int code = Run(line);
+  g_mime_shutdown();
+  return code;
+}
+
+}  // namespace
+}  // namespace tool
+
+int main(int count, char** words) {
+  try {
+    return tool::Main(count, words);
+  } catch (const std::exception& error) {
+    std::cerr << "mstool: " << error.what() << '\n';
+    return tool::kExitCannotAccess;
+  }
+}

@@ -1,0 +1,173 @@
+#include "Open.h"
+
+#include <ms/Roles.h>
+#include <ms/corrupted.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+
+#include "Failure.h"
+#include "Text.h"
+#include "kit/KitFile.h"
+#include "kit/LogDispatcher.h"
+#include "platform/File.h"
+#include "platform/Profile.h"
+
+namespace tool {
+namespace fs = std::filesystem;
+
+const char* const kStoreFiles[11] = {"docs3.db",  "docs3.idx",   "attach3.db",  "attach3.idx",
+                                     "rcpt3.db",  "rcpt3.idx",   "folders3.db", "folders3.idx",
+                                     "rltns3.db", "packets3.db", "ms3.db"};
+
+// Says on standard error what the library finds wrong while the store is open. What ends the
+// opening is told by its exception.
+class OpenStore::Log : public CLogSink {
+ public:
+  explicit Log(std::string store) : m_store(std::move(store)), m_previous(SetLogSink(this)) {}
+  ~Log() override { SetLogSink(m_previous); }
+  Log(const Log&) = delete;
+  Log& operator=(const Log&) = delete;
+
+  void Speak() { m_quiet = false; }
+  void WriteLogFormatted(const char* text, const char*, int severity) override {
+    if (severity < severity::Error || m_quiet) return;
+    std::cerr << "mstool: " << Visible(m_store) << ": " << Visible(text) << '\n';
+  }
+  int ReportLog(int, const char*, const char*, int) override { return 0; }
+
+ private:
+  std::string m_store;
+  CLogSink* m_previous;
+  bool m_quiet = true;
+};
+
+namespace {
+
+bool IsThere(const std::string& directory, const char* file) {
+  return CKitFile::Exists(CKitFile::Join(directory, file));
+}
+
+bool HoldsNothing(const std::string& directory) {
+  return std::none_of(std::begin(kStoreFiles), std::end(kStoreFiles),
+                      [&](const char* file) { return IsThere(directory, file); });
+}
+
+// The first file of the store that this user may not use; null when there is none.
+const char* ForbiddenFile(const std::string& directory, Purpose purpose) {
+  const auto mode = purpose == Purpose::Write ? std::ios::in | std::ios::out : std::ios::in;
+  for (const char* file : kStoreFiles) {
+    std::fstream stream(CKitFile::Join(directory, file), mode | std::ios::binary);
+    if (!stream && IsThere(directory, file)) return file;
+  }
+  return nullptr;
+}
+
+bool IsInUse(const std::string& directory) {
+  std::unique_ptr<platform::File> file;
+  const platform::Status status =
+      platform::Files().Open(CKitFile::Join(directory, "docs3.db"),
+                             {platform::Access::ReadWrite, platform::Disposition::OpenExisting,
+                              platform::Sharing::ReadOnly},
+                             file);
+  return status.Why() == platform::Cause::InUse;
+}
+
+Failure CannotOpen(const std::string& directory, Purpose purpose, const std::string& text) {
+  if (const char* file = ForbiddenFile(directory, purpose)) {
+    return {kExitCannotAccess, std::string("cannot ") +
+                                   (purpose == Purpose::Write ? "write " : "read ") + file +
+                                   "; see to the permissions"};
+  }
+  if (IsInUse(directory)) {
+    return {kExitInUse, "in use by another process; try again when that is done"};
+  }
+  return {kExitCannotAccess, text};
+}
+
+}  // namespace
+
+OpenStore::OpenStore(const std::string& directory, Purpose purpose)
+    : m_directory(directory), m_master(CKitFile::Join(directory, "ms3.db")) {
+  LookBeforeOpening(purpose);
+  m_log = std::make_unique<Log>(directory);
+  try {
+    Open(purpose);
+  } catch (const std::exception&) {
+    // The attempt has left its mark, unless somebody else's stands there.
+    if (!IsInUse(m_directory)) RestoreState();
+    throw;
+  }
+  m_log->Speak();
+}
+
+OpenStore::~OpenStore() {
+  m_store = CMSMessageStore();
+  if (m_keepState) RestoreState();
+}
+
+void OpenStore::LookBeforeOpening(Purpose purpose) {
+  std::error_code error;
+  const fs::file_status status = fs::status(m_directory, error);
+  if (status.type() == fs::file_type::not_found) {
+    throw Failure(kExitCannotAccess,
+                  "there is no such directory; see that the name is right, or make a store with "
+                  "mstool create");
+  }
+  if (error) throw Failure(kExitCannotAccess, "cannot be read: " + error.message());
+  if (!fs::is_directory(status)) throw Failure(kExitCannotAccess, "this is not a directory");
+  if (HoldsNothing(m_directory) && !CMSMessageStore::IsMSDirectory(m_directory.c_str())) {
+    throw Failure(kExitCannotAccess, "this directory holds no store; make one with mstool create");
+  }
+
+  m_foundState = platform::ReadProfileString(m_master, MSF::szMaintenanceSection,
+                                             MSF::szClosedStateKey, "", 64);
+  // While somebody has the store open its state says nothing.
+  if (m_foundState == MSF::szClosedStateKeyValue || IsInUse(m_directory)) return;
+  m_keepState = purpose == Purpose::Read;
+  if (IsThere(m_directory, "ms3.db")) {
+    std::cerr << "mstool: " << Visible(m_directory)
+              << ": the store was not closed properly; it may need a repair\n";
+  }
+}
+
+void OpenStore::Open(Purpose purpose) {
+  CKeyCarrier keys;
+  CGroupID group;
+  try {
+    m_store = CMSMessageStore(m_directory.c_str(), keys, nullptr, group, false,
+                              purpose == Purpose::Read, nullptr, "");
+  } catch (const CMSDBException& error) {
+    if (error.Code() != CMSDBException::kCannotOpen) throw;
+    throw CannotOpen(m_directory, purpose, error.what());
+  } catch (const XKitStatus& error) {
+    if (error.Code() != kit::kStatusFileMissing) throw;
+    throw Failure(kExitDamaged, error.what());
+  }
+}
+
+void OpenStore::RestoreState() const {
+  // A master file that says nothing gets nothing to say; one that was not there stays away.
+  if (!CKitFile::Exists(m_master)) return;
+  platform::WriteProfileString(m_master, MSF::szMaintenanceSection, MSF::szClosedStateKey,
+                               m_foundState.empty() ? nullptr : m_foundState.c_str());
+}
+
+void CreateStore(const std::string& directory) {
+  if (CMSMessageStore::IsMSDirectory(directory.c_str()) || !HoldsNothing(directory)) {
+    throw Failure(kExitUsage, "there is a store already; choose another directory");
+  }
+  CKeyCarrier keys;
+  CGroupID group;
+  CMSMessageStore store(directory.c_str(), keys, nullptr, group, false, false, nullptr, "");
+  CMSFolder root = store.Root();
+  CMSBatch batch(store);
+  for (const MSF::MSFolderRole& role : MSF::kFolderRoles) {
+    root.CreateFolder(role.name, role.props, role.type);
+  }
+  batch.Commit();
+}
+
+}  // namespace tool

@@ -1,0 +1,59 @@
+#include "Progress.h"
+
+#include <glib.h>
+
+#include <algorithm>
+#include <cmath>
+#include <iostream>
+#include <string>
+
+#include "kit/KitString.h"
+
+namespace tool {
+namespace {
+
+constexpr int kStandardError = 2;
+constexpr std::size_t kBarColumns = 30;
+constexpr std::chrono::milliseconds kRedraw{100};
+
+std::string Bar(double part) {
+  const auto full = static_cast<std::size_t>(part * static_cast<double>(kBarColumns));
+  return "[" + std::string(full, '#') + std::string(kBarColumns - full, '.') + "]";
+}
+
+std::string TimeLeft(double seconds) {
+  const auto whole = static_cast<long>(std::lround(seconds));
+  return KitFormat("%ld:%02ld", whole / 60, whole % 60);
+}
+
+}  // namespace
+
+Progress::Progress(std::uint64_t totalBytes)
+    : m_onTerminal(g_log_writer_supports_color(kStandardError) != 0), m_total(totalBytes) {}
+
+double Progress::Seconds() const {
+  return std::chrono::duration<double>(Clock::now() - m_start).count();
+}
+
+void Progress::Show(std::uint64_t letters, std::uint64_t bytes) {
+  if (!m_onTerminal || Clock::now() - m_drawn < kRedraw) return;
+  m_drawn = Clock::now();
+  m_visible = true;
+  const double seconds = std::max(Seconds(), 0.001);
+  const double part =
+      m_total == 0 ? 1.0 : std::min(1.0, static_cast<double>(bytes) / static_cast<double>(m_total));
+  std::string line = KitFormat("\r%llu letters  %.0f/s  ", static_cast<unsigned long long>(letters),
+                               static_cast<double>(letters) / seconds) +
+                     Bar(part);
+  if (part > 0) line += "  " + TimeLeft(seconds * (1 - part) / part) + " left";
+  std::cerr << line << "\x1B[K" << std::flush;
+}
+
+void Progress::Hide() {
+  if (!m_visible) return;
+  m_visible = false;
+  m_drawn = {};
+  std::cerr << "\r\x1B[K" << std::flush;
+}
+
+}  // namespace tool
