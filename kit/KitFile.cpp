@@ -84,6 +84,11 @@ bool CKitFile::Exists(const std::string& path) {
   return Info(path).kind == platform::FileKind::File;
 }
 
+bool CKitFile::IsVisible(const std::string& path) {
+  platform::FileInfo info;
+  return platform::Files().GetInfo(path, info).Ok() && info.kind != platform::FileKind::None;
+}
+
 platform::FileInfo CKitFile::Info(const std::string& path) {
   platform::FileInfo info;
   KitCheck(platform::Files().GetInfo(path, info), "look at", path);

@@ -29,6 +29,8 @@ class CKitFile {
   platform::File& Handle() { return *m_file; }
 
   static bool Exists(const std::string& path);
+  // Whether something is there that can be looked at. Never throws.
+  static bool IsVisible(const std::string& path);
   // Length, times, kind and attributes; kind None when there is no such file.
   static platform::FileInfo Info(const std::string& path);
   // Attribute bits of platform::attribute.

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <string>
 
+#include "platform/Lasting.h"
 #include "platform/Process.h"
 
 namespace {
@@ -24,9 +25,9 @@ class DefaultSink final : public CLogSink {
 std::atomic<CLogSink*> g_sink{nullptr};
 
 CLogSink& Sink() {
-  static DefaultSink standard;
+  static const platform::Lasting<DefaultSink> standard;
   CLogSink* sink = g_sink.load(std::memory_order_acquire);
-  return sink != nullptr ? *sink : standard;
+  return sink != nullptr ? *sink : *standard;
 }
 
 }  // namespace

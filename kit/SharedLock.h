@@ -21,6 +21,18 @@ class CSharedLock {
       m_mutex.unlock();
     }
   }
+  // Lets it go however often the calling thread, which holds it, has taken it; Retake takes it as
+  // often again. For waits that another thread must end.
+  unsigned Release() {
+    const unsigned depth = m_depth;
+    m_depth = 1;
+    Unlock();
+    return depth;
+  }
+  void Retake(unsigned depth) {
+    Lock();
+    m_depth = depth;
+  }
   // True when the calling thread holds it.
   bool IsHeld() const {
     return m_owner.load(std::memory_order_relaxed) == std::this_thread::get_id();

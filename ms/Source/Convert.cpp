@@ -21,7 +21,7 @@ CMSConverter::CMSConverter(std::string directory, int checkDataConverting)
 
 bool CMSConverter::IsEarlierFormat() const {
   const auto exists = [this](const char* name) {
-    return CKitFile::Exists(CKitFile::Join(m_directory, name));
+    return CKitFile::IsVisible(CKitFile::Join(m_directory, name));
   };
   if (!exists("docs.db") && !exists("docs2.db")) return false;
   const auto& current = storefiles::kRequired;

@@ -1,6 +1,7 @@
 #include "Durability.h"
 
 #include <algorithm>
+#include <array>
 #include <utility>
 
 #include "kit/KitErrors.h"
@@ -13,34 +14,41 @@ namespace {
 constexpr std::size_t kMaxPendingFiles = 64;
 
 // How deep the calling thread is in changes of each store it is changing. Rarely more than one.
+// Trivially destructible: a client's global store may still be used while the process exits.
 struct Depth {
   const CMSDurability* owner;
   unsigned depth;
 };
-thread_local std::vector<Depth> t_depths;
+constexpr std::size_t kMaxStores = 16;
+thread_local std::array<Depth, kMaxStores> t_depths{};
+
+// The entry of that owner; null when there is none. An owner of null finds a free entry.
+Depth* Find(const CMSDurability* owner) {
+  const auto entry = std::find_if(t_depths.begin(), t_depths.end(),
+                                  [owner](const Depth& d) { return d.owner == owner; });
+  return entry != t_depths.end() ? &*entry : nullptr;
+}
 
 void Enter(const CMSDurability* owner) {
-  for (auto& entry : t_depths) {
-    if (entry.owner == owner) {
-      ++entry.depth;
-      return;
-    }
-  }
-  t_depths.push_back({owner, 1});
+  Depth* entry = Find(owner);
+  if (entry == nullptr) entry = Find(nullptr);
+  if (entry == nullptr)
+    throw XKitStatus(kit::kStatusInvalidArgument,
+                     "one thread cannot change more than 16 stores within each other");
+  entry->owner = owner;
+  ++entry->depth;
 }
 
 // True when that was the outermost.
 bool Leave(const CMSDurability* owner) {
-  const auto entry = std::find_if(t_depths.begin(), t_depths.end(),
-                                  [owner](const Depth& d) { return d.owner == owner; });
-  if (entry == t_depths.end() || --entry->depth > 0) return false;
-  t_depths.erase(entry);
+  Depth* const entry = Find(owner);
+  if (entry == nullptr || --entry->depth > 0) return false;
+  entry->owner = nullptr;
   return true;
 }
 
 bool IsWithin(const CMSDurability* owner) {
-  return std::any_of(t_depths.begin(), t_depths.end(),
-                     [owner](const Depth& d) { return d.owner == owner; });
+  return Find(owner) != nullptr;
 }
 
 }  // namespace
@@ -78,6 +86,11 @@ void CMSDurability::CheckHealthy() const {
 
 void CMSDurability::Begin() {
   Enter(this);
+}
+
+bool CMSDurability::IsOutermost() const {
+  const Depth* entry = Find(this);
+  return entry != nullptr && entry->depth == 1;
 }
 
 void CMSDurability::End() {
@@ -147,7 +160,11 @@ void CMSDurability::SyncPending() {
 }
 
 void CMSDurability::AfterPayment(std::function<void()> work) {
-  if (m_level != CMSDurabilityLevel::Operation || !IsWithin(this)) return work();
+  if (m_level != CMSDurabilityLevel::Operation || !IsWithin(this)) {
+    Pay();
+    CheckHealthy();
+    return work();
+  }
   const std::lock_guard guard(m_state);
   m_putOff.push_back(std::move(work));
 }
@@ -205,7 +222,9 @@ void CMSDurability::DirectoryChanged(const std::string& path) {
 }
 
 void CMSDurability::Note(const std::string& file, const platform::Status& status) {
-  if (!status.Ok()) Refuse("cannot sync '" + file + "': " + status.Text());
+  if (status.Ok()) return;
+  const std::string why = status.Code() != 0 ? ": " + status.Text() : "";
+  Refuse("cannot sync '" + file + "'" + why);
 }
 
 void CMSDurability::Refuse(const std::string& reason) {

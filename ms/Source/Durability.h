@@ -80,6 +80,8 @@ class CMSDurability {
   bool HasFailed() const { return m_failed.load(std::memory_order_acquire); }
 
   void Begin();
+  // Whether the calling thread is in just one scope.
+  bool IsOutermost() const;
   // Leaves the scope without a promise.
   void End();
   // Leaves the scope; the outermost one pays. XKitStatus 19 when that fails.

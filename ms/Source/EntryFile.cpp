@@ -62,7 +62,13 @@ bool CMSEntryFile::IsValid() {
 
 void CMSEntryFile::CreateHeader() {
   const Header header{m_format.signature, kEntryVersion, m_format.keySize, m_format.valueSize};
-  WriteAt(0, &header, m_format.HeaderSize());
+  try {
+    WriteAt(0, &header, m_format.HeaderSize());
+  } catch (const XKitFile&) {
+    // An empty file can be begun again, a piece of a header cannot.
+    KitCheck(m_file->Truncate(0), "truncate", m_fileName);
+    throw;
+  }
   Cut(0);
 }
 
@@ -105,6 +111,7 @@ void CMSEntryFile::UndoPut(std::uint32_t slot) {
   if (!status.Ok()) {
     const std::string text = std::string(" ") + m_format.kind + " %s could not be restored";
     ReportCorruption(m_context, text.c_str(), m_fileName);
+    m_context.durability.Refuse("cannot undo a write to '" + m_fileName + "': " + status.Text());
   }
 }
 

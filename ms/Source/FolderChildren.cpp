@@ -31,22 +31,25 @@ bool NextChild(const CMSFolder& folder, CMSRelationsDB::locator& place, Handle& 
   return false;
 }
 
-int CountLinks(CMSMessageStoreImp& store, const CMSFolder& folder, CMSObjectType type) {
+// Of links that lead somewhere, without opening what they lead to.
+int CountChildren(CMSMessageStoreImp& store, const CMSFolder& folder, CMSObjectType type) {
   int count = 0;
   unsigned long id = 0;
   auto place = store.Relations().First(folder.ID(), type);
-  while (store.Relations().Next(place, id)) ++count;
+  while (store.Relations().Next(place, id)) {
+    if (store.Exists(type, static_cast<std::uint32_t>(id))) ++count;
+  }
   return count;
 }
 
 }  // namespace
 
 CMSFolder CMSFolder::OpenFolder(unsigned long id) const {
-  return StoreOf(*this).GetFolder(static_cast<std::uint32_t>(id));
+  return StoreOf(*this).GetFolder(CMSFieldAccess::KeyOf(id));
 }
 
 CMSDocument CMSFolder::OpenDocument(unsigned long id) const {
-  return StoreOf(*this).GetDocument(static_cast<std::uint32_t>(id));
+  return StoreOf(*this).GetDocument(CMSFieldAccess::KeyOf(id));
 }
 
 CMSFolder CMSFolder::OpenFolder(const CKitString& name) const {
@@ -105,8 +108,8 @@ void CMSFolder::Documents(std::list<CMSDocument>& documents) const {
 bool CMSFolder::IsEmpty() const {
   CMSMessageStoreImp& store = StoreOf(*this);
   const CSharedLocker guard(store.Lock());
-  const int documents = CountLinks(store, *this, CMSObjectType::Document);
-  const int folders = CountLinks(store, *this, CMSObjectType::Folder);
+  const int documents = CountChildren(store, *this, CMSObjectType::Document);
+  const int folders = CountChildren(store, *this, CMSObjectType::Folder);
   if (documents != GetDocumentCount() || folders != GetFolderCount())
     Report(store, "CMSFolder::IsEmpty detected mismatch in real and expected number of subobjects");
   return documents == 0 && folders == 0;

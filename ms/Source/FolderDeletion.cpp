@@ -20,28 +20,38 @@ struct Level {
 
 }  // namespace
 
+// Cut short, it takes along the files of what it has removed by then.
+template <class Body>
+void CMSFolder::CDeletion::Run(Body body) {
+  try {
+    m_store.Change(body);
+  } catch (const XKitMsg&) {
+    if (!m_store.Durability().HasFailed()) m_store.RemoveFiles(m_files);
+    throw;
+  }
+  m_store.RemoveFiles(m_files);
+}
+
 void CMSFolder::DeleteDocument(CMSDocument& document) {
   CMSMessageStoreImp& store = StoreOf(*this);
   CDeletion deletion(store);
-  store.Change([&] {
+  deletion.Run([&] {
     RequireSameStore(store, *this);
     RequireSameStore(store, document);
     deletion.Document(*this, document);
   });
-  store.RemoveFiles(deletion.Files());
 }
 
 void CMSFolder::DeleteFolder(CMSFolder& folder) {
   CMSMessageStoreImp& store = StoreOf(*this);
   CDeletion deletion(store);
-  store.Change([&] {
+  deletion.Run([&] {
     RequireSameStore(store, *this);
     RequireSameStore(store, folder);
     if (folder.IsRoot())
       throw XKitStatus(kit::kStatusInvalidArgument, "the root folder cannot be deleted");
     if (IsChild(store, *this, folder, kFolderMismatch)) deletion.Tree(*this, folder);
   });
-  store.RemoveFiles(deletion.Files());
 }
 
 void CMSFolder::CDeletion::Document(CMSFolder& parent, const CMSDocument& document) {
@@ -62,9 +72,10 @@ void CMSFolder::CDeletion::Attachments(const CMSDocument& document) {
   auto place = document.GetFirstAttachmentPosition();
   while (document.GetNextAttachment(attachment, place)) {
     if (!attachment || attachment.DocID() != document.ID()) continue;
-    m_files.push_back(CMSFieldAccess::Text(attachment, &CMSAttachmentData::InternalFileName));
+    const CKitString file = CMSFieldAccess::Text(attachment, &CMSAttachmentData::InternalFileName);
     size += static_cast<unsigned long>(attachment.Size());
     m_store.RemoveAttachment(attachment);
+    m_files.push_back(file);
   }
   if (size != 0) m_store.OnAttachmentSizeChanged(static_cast<long>(0 - size));
 }

@@ -13,13 +13,14 @@ class CMSFolder::CDeletion {
  public:
   explicit CDeletion(CMSMessageStoreImp& store) : m_store(store) {}
 
+  // Runs body, which calls the two below, as one change; then removes the files.
+  template <class Body>
+  void Run(Body body);
+
   // Both within a change of the store. An object that is no child of parent is reported and stays.
   void Document(CMSFolder& parent, const CMSDocument& document);
   // The folder with everything below it. Needs no deep stack, and ends whatever the links say.
   void Tree(CMSFolder& parent, const CMSFolder& folder);
-
-  // What is to be removed after that change, as the records named it.
-  const std::vector<std::string>& Files() const { return m_files; }
 
  private:
   void Attachments(const CMSDocument& document);
@@ -28,5 +29,5 @@ class CMSFolder::CDeletion {
   void EmptyFolder(CMSFolder& parent, const CMSFolder& folder);
 
   CMSMessageStoreImp& m_store;
-  std::vector<std::string> m_files;
+  std::vector<std::string> m_files;  // to be removed after the change, as the records named them
 };

@@ -1,6 +1,7 @@
 #include "ListenerRegistry.h"
 
 #include <algorithm>
+#include <vector>
 
 namespace {
 
@@ -13,7 +14,12 @@ void RemoveOne(std::list<Listener*>& listeners, Listener* listener) {
 template <class Listener, class Object>
 void Tell(const std::list<Listener*>& listeners, void (Listener::*event)(const Object&),
           const Object& object) {
-  for (Listener* listener : listeners) (listener->*event)(object);
+  // A listener may let itself or others go from within the event.
+  const std::vector<Listener*> told(listeners.begin(), listeners.end());
+  for (Listener* listener : told) {
+    if (std::find(listeners.begin(), listeners.end(), listener) != listeners.end())
+      (listener->*event)(object);
+  }
 }
 
 }  // namespace

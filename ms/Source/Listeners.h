@@ -1,8 +1,8 @@
 // Events of a store.
 //
 // They are sent in the thread that makes the change, while the store's lock is held: a listener
-// must not wait for another thread that uses the same store, and must not add or remove listeners
-// from within an event.
+// must not wait for another thread that uses the same store. It may remove itself from within an
+// event. It must not throw: the change it was told of would be left half told and half counted.
 #pragma once
 
 #include <list>

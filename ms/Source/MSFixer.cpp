@@ -11,8 +11,9 @@ namespace {
 template <std::size_t N>
 bool AllExist(const char* directory, const std::array<const char*, N>& names) {
   const std::string in = CKitFile::NormalizeFileName(directory != nullptr ? directory : ".");
-  return std::all_of(names.begin(), names.end(),
-                     [&](const char* name) { return CKitFile::Exists(CKitFile::Join(in, name)); });
+  return std::all_of(names.begin(), names.end(), [&](const char* name) {
+    return CKitFile::IsVisible(CKitFile::Join(in, name));
+  });
 }
 
 }  // namespace

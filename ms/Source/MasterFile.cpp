@@ -68,7 +68,7 @@ bool CMSMasterFile::SaveCounters(const Counters& counters) {
 // and nobody would repair it.
 bool CMSMasterFile::SetState(const char* state) {
   if (!Write(MSF::szMaintenanceSection, MSF::szClosedStateKey, state)) return false;
-  return m_readOnly || platform::FlushProfile(Path());
+  return Flush();
 }
 
 std::string CMSMasterFile::ReadExtraFolderData(std::uint32_t folder) const {
@@ -93,7 +93,14 @@ CKitString CMSMasterFile::GetCustomData(const char* section, const char* key) co
 bool CMSMasterFile::WriteCustomData(const char* section, const char* key, const char* value) {
   const char* text = value != nullptr ? value : "";
   if (!IsName(section) || !IsName(key) || !CanBeRead(key) || HoldsLineBreak(text)) return false;
-  return Write(section, key, text) && platform::FlushProfile(Path());
+  return Write(section, key, text) && Flush();
+}
+
+// A sync that failed must not pass for one that succeeds later.
+bool CMSMasterFile::Flush() {
+  if (platform::FlushProfile(Path())) return true;
+  if (!m_readOnly) Owner().Refuse("cannot sync '" + Path() + "'");
+  return false;
 }
 
 bool CMSMasterFile::Write(const char* section, const std::string& key, const char* value) {

@@ -37,6 +37,7 @@ class CMSMasterFile : public CMSSyncTarget {
   std::string Path() const;
 
  private:
+  bool Flush();
   bool Write(const char* section, const std::string& key, const char* value);
   platform::Status StartWriteOut() override;
   platform::Status Sync() override;

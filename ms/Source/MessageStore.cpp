@@ -5,6 +5,15 @@
 #include "Convert.h"
 #include "MSFixer.h"
 #include "MessageStoreImp.h"
+#include "ObjectAccess.h"
+
+namespace {
+
+const char* DirectoryOrHere(const char* directory) {
+  return directory != nullptr && *directory != 0 ? directory : ".";
+}
+
+}  // namespace
 
 int CMSMessageStore::s_bCheckDataConverting = 0;
 
@@ -12,11 +21,11 @@ CMSMessageStore::CMSMessageStore(const char* directory, CKeyCarrier& keys, CAbst
                                  CGroupID& group, bool isDefault, bool readOnly,
                                  CMSClientInformer* informer, CKitString name,
                                  CMSDurabilityLevel level)
-    : m_store(std::make_unique<CMSMessageStoreImp>(
-                  CMSMessageStoreImp::OpenArguments{directory != nullptr ? directory : ".", keys,
-                                                    key, group, isDefault, readOnly, informer,
-                                                    name.str(), level})
-                  .release()) {}
+    : m_store(
+          std::make_unique<CMSMessageStoreImp>(
+              CMSMessageStoreImp::OpenArguments{DirectoryOrHere(directory), keys, key, group,
+                                                isDefault, readOnly, informer, name.str(), level})
+              .release()) {}
 
 CMSMessageStore::CMSMessageStore(CMSMessageStoreImp& store) : m_store(&store) {
   m_store->AddRef();
@@ -46,15 +55,15 @@ bool CMSMessageStore::IsSingleOwned() const {
 }
 
 CMSDocument CMSMessageStore::GetDocument(unsigned long id) {
-  return m_store->GetDocument(static_cast<std::uint32_t>(id));
+  return m_store->GetDocument(CMSFieldAccess::KeyOf(id));
 }
 
 CMSFolder CMSMessageStore::GetFolder(unsigned long id) {
-  return m_store->GetFolder(static_cast<std::uint32_t>(id));
+  return m_store->GetFolder(CMSFieldAccess::KeyOf(id));
 }
 
 CMSAttachment CMSMessageStore::GetAttachment(unsigned long id) {
-  return m_store->GetAttachment(static_cast<std::uint32_t>(id));
+  return m_store->GetAttachment(CMSFieldAccess::KeyOf(id));
 }
 
 CMSFolder CMSMessageStore::Root() {
@@ -108,10 +117,9 @@ bool CMSMessageStore::WriteCustomData(const char* section, const char* key, cons
 }
 
 bool CMSMessageStore::IsMSDirectory(const char* directory) {
-  if (CMSConverter(directory != nullptr ? directory : ".", s_bCheckDataConverting)
-          .IsEarlierFormat())
+  if (CMSConverter(DirectoryOrHere(directory), s_bCheckDataConverting).IsEarlierFormat())
     return true;
-  return MSF::CFixer::IsMSDirectory(directory);
+  return MSF::CFixer::IsMSDirectory(DirectoryOrHere(directory));
 }
 
 namespace {
@@ -154,12 +162,12 @@ CMSBatch::CMSBatch(const CMSMessageStore& store) : m_store(store.m_store) {
 
 CMSBatch::~CMSBatch() {
   // A failure is logged and remembered by the durability itself; there is nobody to throw to.
-  m_store->Durability().Pay();
+  if (m_store->Durability().IsOutermost()) m_store->Durability().Pay();
   m_store->Durability().End();
   m_store->Release();
 }
 
 void CMSBatch::Commit() {
-  m_store->Durability().Pay();
+  if (m_store->Durability().IsOutermost()) m_store->Durability().Pay();
   m_store->Durability().CheckHealthy();
 }

@@ -49,23 +49,36 @@ CMSMessageStoreImp::~CMSMessageStoreImp() {
 }
 
 void CMSMessageStoreImp::Open(const OpenArguments& arguments) {
-  if (!m_readOnly && !CKitFolder::Exists(m_directory)) {
-    CKitFolder::MakePath(m_directory);
-    m_durability.DirectoryChanged(CKitFile::DirectoryName(m_directory));
-  }
+  if (!m_readOnly) MakeDirectory();
   CMSConverter(m_directory, CMSMessageStore::s_bCheckDataConverting)
       .Run(arguments.keys, arguments.key, arguments.group);
   const bool isNew = !storefiles::IsComplete(m_directory, m_readOnly, arguments.informer);
   // There is nothing to read in a directory without a store: no trace of the attempt stays behind.
   if (!isNew || !m_readOnly) m_master.SetState(kActive);
-  const auto counters = m_master.ReadCounters();
-  m_lastID = counters.lastID;
-  m_size = counters.size;
+  ReadCounters();
   OpenDatabases();
+  // Whoever held the files until now may have written its last values meanwhile.
+  if (!isNew || !m_readOnly) m_master.SetState(kActive);
+  ReadCounters();
   if (!m_readOnly) DropPacketsWithoutRecipient();
   RaiseLastID();
   // A store without any folder is one whose making was cut short before it came to the root.
   if (!m_readOnly && (isNew || m_folders->File().UsedCount() == 0)) CreateRoot();
+}
+
+void CMSMessageStoreImp::MakeDirectory() {
+  std::vector<std::string> parents;
+  for (std::string path = m_directory; !path.empty() && !CKitFolder::Exists(path);
+       path = CKitFile::DirectoryName(path))
+    parents.push_back(CKitFile::DirectoryName(path));
+  CKitFolder::MakePath(m_directory);
+  for (const std::string& parent : parents) m_durability.DirectoryChanged(parent);
+}
+
+void CMSMessageStoreImp::ReadCounters() {
+  const auto counters = m_master.ReadCounters();
+  m_lastID = counters.lastID;
+  m_size = counters.size;
 }
 
 void CMSMessageStoreImp::OpenDatabases() {
@@ -93,28 +106,27 @@ void CMSMessageStoreImp::RaiseLastID() {
 }
 
 void CMSMessageStoreImp::CreateRoot() {
-  m_durability.Begin();
-  if (!GetFolder(kRootID)) CreateFolder(kRootID, 0, "Root", "", 0);
-  m_durability.Commit();
+  Change([&] {
+    if (!GetFolder(kRootID)) CreateFolder(kRootID, 0, "Root", "", 0);
+  });
 }
 
-// The state tells of a clean close only once everything else is known to be on the medium.
+// The state tells of a clean close only once everything else is known to be on the medium, and
+// while nobody else can have opened the store: the first file of an opening is the last one let go.
 void CMSMessageStoreImp::Close() {
-  SaveCounters();
-  const bool safe = m_readOnly || m_durability.PayAll();
-  m_attachments.reset();
+  const bool saved = SaveCounters();
+  const bool safe = m_readOnly || (m_durability.PayAll() && saved);
   m_folders.reset();
   m_recipients.reset();
   m_documents.reset();
   m_relations.reset();
   m_packets.reset();
-  if (!safe) return;
-  m_master.SetState(MSF::szClosedStateKeyValue);
-  if (!m_readOnly) m_durability.PayAll();
+  if (safe) m_master.SetState(MSF::szClosedStateKeyValue);
+  m_attachments.reset();
 }
 
-void CMSMessageStoreImp::SaveCounters() {
-  m_master.SaveCounters({m_lastID, m_size});
+bool CMSMessageStoreImp::SaveCounters() {
+  return m_master.SaveCounters({m_lastID, m_size});
 }
 
 void CMSMessageStoreImp::CheckWritable() const {
@@ -159,11 +171,11 @@ CMSStoreChange::CMSStoreChange(CMSMessageStoreImp& store) : m_store(store) {
   m_store.m_lock.Lock();
   try {
     m_store.CheckWritable();
+    m_store.m_durability.Begin();
   } catch (const XKitStatus&) {
     m_store.m_lock.Unlock();
     throw;
   }
-  m_store.m_durability.Begin();
 }
 
 CMSStoreChange::~CMSStoreChange() {

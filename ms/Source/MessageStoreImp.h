@@ -59,6 +59,7 @@ class CMSMessageStoreImp : public CKitReference {
   CMSAttachment GetAttachment(std::uint32_t id);
   CMSRecipient GetRecipient(std::uint32_t id);
   CMSRecipient FindRecipient(const char* packet, bool incoming);
+  bool Exists(CMSObjectType type, std::uint32_t id) const;
   unsigned int DocumentCount() const;
 
   // Records, links and packet names. Each takes the whole step or none of it: a creation that fails
@@ -107,7 +108,9 @@ class CMSMessageStoreImp : public CKitReference {
   void RaiseLastID();
   void CreateRoot();
   void Close();
-  void SaveCounters();
+  void MakeDirectory();
+  void ReadCounters();
+  bool SaveCounters();
   void CheckWritable() const;
   template <class Handle, class T>
   Handle Create(CMSObjectDB<T>& database, CMSObjectType type, std::uint32_t id,

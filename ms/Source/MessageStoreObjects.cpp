@@ -75,6 +75,21 @@ CMSRecipient CMSMessageStoreImp::FindRecipient(const char* packet, bool incoming
   return {};
 }
 
+bool CMSMessageStoreImp::Exists(CMSObjectType type, std::uint32_t id) const {
+  const auto in = [id](auto& database) { return database.File().Index().Find(id).has_value(); };
+  switch (type) {
+    case CMSObjectType::Attachment:
+      return in(*m_attachments);
+    case CMSObjectType::Recipient:
+      return in(*m_recipients);
+    case CMSObjectType::Document:
+      return in(*m_documents);
+    case CMSObjectType::Folder:
+      return in(*m_folders);
+  }
+  return false;
+}
+
 unsigned int CMSMessageStoreImp::DocumentCount() const {
   const CSharedLocker guard(m_lock);
   return m_documents->File().UsedCount();
@@ -176,9 +191,17 @@ void MoveLink(CMSRelationsDB& relations, CMSObjectType type, const Handle& child
               LittleU32 T::*parent, std::uint32_t target) {
   const std::uint32_t source = CMSFieldAccess::Value(child, parent);
   if (source == target) return;
+  const auto name = [&](std::uint32_t id) {
+    CMSFieldAccess::Write(child, [&](T& record) { record.*parent = id; });
+  };
   relations.Add(Link(target, type, child.ID()));
-  CMSFieldAccess::Write(child, [&](T& record) { record.*parent = target; });
+  Rollback undo([&] {
+    if (CMSFieldAccess::Value(child, parent) != source) name(source);
+    relations.Remove(Link(target, type, child.ID()));
+  });
+  name(target);
   relations.Remove(Link(source, type, child.ID()));
+  undo.Disarm();
 }
 
 }  // namespace

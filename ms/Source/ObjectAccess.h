@@ -46,6 +46,11 @@ struct CMSFieldAccess {
     return Read(handle, [&](const T& record) -> V { return record.*field; });
   }
 
+  // An ID as a key; 0, which names nothing, for one that no object can have.
+  static std::uint32_t KeyOf(unsigned long id) {
+    return id <= kNoContainer ? static_cast<std::uint32_t>(id) : 0;
+  }
+
   // The text in a field, which need not be terminated in a damaged record.
   template <std::size_t N>
   static CKitString TextOf(const char (&field)[N]) {
@@ -60,18 +65,22 @@ struct CMSFieldAccess {
   // names it to a person.
   static void CheckFits(const std::string& text, std::size_t width, const char* what);
 
+  // The record's number. XKitStatus 6 for an object that is gone.
+  static std::uint32_t Number(const CMSDBObject& cell);
+
  private:
   static CMSDBObject& Checked(CMSDBObject* cell);
-  static std::uint32_t Number(const CMSDBObject& cell);
 };
 
 template <class T>
 auto CMSObject<T>::Data() const {
   CMSDBObject& cell = CMSFieldAccess::Cell(*this);
-  return typename CMSDB<unsigned long, T>::ReadPtr(cell.owner->File(), cell.record, cell.key);
+  return typename CMSDB<unsigned long, T>::ReadPtr(cell.owner->File(), CMSFieldAccess::Number(cell),
+                                                   cell.key);
 }
 template <class T>
 auto CMSObject<T>::Data() {
   CMSDBObject& cell = CMSFieldAccess::Cell(*this);
-  return typename CMSDB<unsigned long, T>::WritePtr(cell.owner->File(), cell.record, cell.key);
+  return typename CMSDB<unsigned long, T>::WritePtr(cell.owner->File(),
+                                                    CMSFieldAccess::Number(cell), cell.key);
 }

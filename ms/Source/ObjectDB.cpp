@@ -21,15 +21,20 @@ CMSDBObject* CMSObjectDBBase::Get(std::uint32_t key) {
   return &found->second;
 }
 
+// The map's lock is not held while the insert waits for the file to grow: whoever has to close a
+// record for that may need handles.
 CMSDBObject* CMSObjectDBBase::Create(std::uint32_t key, const void* data) {
-  const CSharedLocker guard(m_lock);
   const std::uint32_t record = m_file.Insert(key, data);
-  return record != 0 ? NewCell(key, record) : nullptr;
+  if (record == 0) return nullptr;
+  const CSharedLocker guard(m_lock);
+  return NewCell(key, record);
 }
 
-// New keys are the greatest so far, as a rule.
+// New keys are the greatest so far, as a rule. A cell that another thread has just found the new
+// object by is shared; a stale one never is, since no key comes twice while handles remember it.
 CMSDBObject* CMSObjectDBBase::NewCell(std::uint32_t key, std::uint32_t record) {
   CMSDBObject& cell = m_cells.try_emplace(m_cells.end(), key)->second;
+  assert(cell.owner == nullptr || cell.record == record);
   cell.key = key;
   cell.owner = this;
   cell.record.store(record, std::memory_order_release);

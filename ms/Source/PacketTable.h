@@ -3,6 +3,7 @@
 
 #include <array>
 #include <compare>
+#include <cstring>
 #include <optional>
 #include <string>
 
@@ -21,7 +22,10 @@ class CPacketName {
 
   bool IsEmpty() const { return m_name[0] == 0; }
   const char* c_str() const { return m_name.data(); }
-  auto operator<=>(const CPacketName&) const = default;
+  bool operator==(const CPacketName&) const = default;
+  std::strong_ordering operator<=>(const CPacketName& other) const {
+    return std::memcmp(m_name.data(), other.m_name.data(), m_name.size()) <=> 0;
+  }
 
  private:
   friend struct CPacketNameCodec;

@@ -70,6 +70,7 @@ void CMSRecordFile::CreateHeader() {
   header.DS = m_dataSize;
   std::size_t done = 0;
   const platform::Status status = m_file->Write(0, &header, sizeof header, done);
+  if (!status.Ok() && done != 0) KitCheck(m_file->Truncate(0), "truncate", m_fileName);
   if (!status.Ok())
     throw CMSDBException(CMSDBException::kWriteFailed,
                          "cannot write the header of '" + m_fileName + "': " + status.Text());

@@ -76,6 +76,7 @@ class CMSRecordFile {
   platform::Status AppendContainers(std::uint64_t from);
   void ChainNewContainers();
   bool AddToIndex(std::uint32_t key, std::uint32_t index);
+  void RemoveFromIndex(std::uint32_t key);
   void CheckFreeContainer(std::uint32_t index) const;
   void Unlink(std::uint32_t index);
   void PutToChain(std::uint32_t index);

@@ -73,9 +73,9 @@ void CMSRecordFile::MakeRoom() {
     m_growthFailure = {};
     m_remapped.Reset();
     m_growthRequested.Set();
-    m_lock.Unlock();
+    const unsigned depth = m_lock.Release();
     m_remapped.Wait();
-    m_lock.Lock();
+    m_lock.Retake(depth);
     if (!m_growthFailure.Ok()) break;
   }
   if (H().TC == H().UC && m_growthFailure.Ok()) {
@@ -184,9 +184,19 @@ bool CMSRecordFile::Delete(std::uint32_t key) {
   PutToChain(index);
   FlushHeader();
   FlushContainer(index);
-  m_index.Remove(key);
+  RemoveFromIndex(key);
   LowerDC();
   return true;
+}
+
+// The container is free by now, so an index that still leads to it is damage in the making.
+void CMSRecordFile::RemoveFromIndex(std::uint32_t key) {
+  try {
+    m_index.Remove(key);
+  } catch (const XKitFile& error) {
+    m_context.durability.Refuse(error.what());
+    throw;
+  }
 }
 
 std::uint32_t CMSRecordFile::CheckedIndex(std::uint32_t key, std::uint32_t index) const {

@@ -48,10 +48,11 @@ std::string QuarantinePath(const std::string& directory) {
 // now.
 void CheckNotInUse(const std::string& path) {
   std::unique_ptr<platform::File> file;
-  const auto status = platform::Files().Open(
-      path,
-      {platform::Access::Read, platform::Disposition::OpenExisting, platform::Sharing::ReadOnly},
-      file);
+  const auto status =
+      platform::Files().Open(path,
+                             {platform::Access::ReadWrite, platform::Disposition::OpenExisting,
+                              platform::Sharing::ReadOnly},
+                             file);
   if (status.Why() == platform::Cause::InUse) KitCheck(status, "set aside", path);
 }
 
@@ -60,7 +61,8 @@ std::list<CKitString> PresentFiles(const std::string& directory) {
   for (const char* name : storefiles::kRequired) {
     const std::string path = CKitFile::Join(directory, name);
     if (!CKitFile::Exists(path)) continue;
-    CheckNotInUse(path);
+    // The master file is locked for moments only, and by anybody.
+    if (name != storefiles::kRequired.back()) CheckNotInUse(path);
     present.emplace_back(name);
   }
   return present;
@@ -73,6 +75,8 @@ void MoveAside(const std::string& directory, const std::list<CKitString>& presen
                    "cannot make '" + quarantine + "': the name has just been taken");
   for (const CKitString& name : present)
     CKitFile::Move(CKitFile::Join(directory, name), CKitFile::Join(quarantine, name));
+  for (const std::string& changed : {quarantine, directory})
+    KitCheck(platform::Files().SyncDirectory(changed), "sync", changed);
 }
 
 }  // namespace

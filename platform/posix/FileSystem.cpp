@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <system_error>
 
+#include "platform/Lasting.h"
 #include "platform/System.h"
 #include "platform/posix/OpenFile.h"
 
@@ -126,8 +127,8 @@ Status PosixFileSystem::FreeSpace(const std::string& path, std::uint64_t& bytes)
 }  // namespace posix
 
 FileSystem& SystemFiles() {
-  static posix::PosixFileSystem files;
-  return files;
+  static const Lasting<posix::PosixFileSystem> files;
+  return *files;
 }
 
 std::string FullPath(const std::string& path) {

@@ -7,6 +7,7 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/Lasting.h"
 #include "platform/posix/ProfileCache.h"
 
 namespace platform {
@@ -24,8 +25,8 @@ constexpr int kUpdateAttempts = 10'000;
 std::mutex g_mutex;  // guards the cache, and orders the updates of this process
 
 posix::ProfileCache& Cache() {
-  static posix::ProfileCache cache;
-  return cache;
+  static const Lasting<posix::ProfileCache> cache;
+  return *cache;
 }
 
 bool WriteAll(File& file, std::uint64_t offset, std::string_view text) {

@@ -1,3 +1,4 @@
+#include "platform/Lasting.h"
 #include "platform/System.h"
 #include "platform/win32/OpenFile.h"
 
@@ -176,8 +177,8 @@ Status Win32FileSystem::FreeSpace(const std::string& path, std::uint64_t& bytes)
 }  // namespace win32
 
 FileSystem& SystemFiles() {
-  static win32::Win32FileSystem files;
-  return files;
+  static const Lasting<win32::Win32FileSystem> files;
+  return *files;
 }
 
 std::string FullPath(const std::string& path) {

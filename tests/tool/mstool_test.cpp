@@ -1,93 +1,9 @@
-// Drives the built program (environment variable MSTOOL) over letters that the tests write.
-#include <gtest/gtest.h>
+// Drives the built program over letters that the tests write.
 #include <ms/MessageStore.h>
 
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <map>
-#include <nlohmann/json.hpp>
+#include "MsTool.h"
 
 namespace {
-
-namespace fs = std::filesystem;
-using nlohmann::json;
-
-std::string Slurp(const fs::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
-
-struct Outcome {
-  int code;
-  std::string out, err;
-};
-
-class MsTool : public ::testing::Test {
- protected:
-  void SetUp() override {
-    ASSERT_NE(std::getenv("MSTOOL"), nullptr) << "MSTOOL names no program";
-    const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
-    m_dir = fs::temp_directory_path() / (std::string("mstool_test_") + info->name());
-    fs::remove_all(m_dir);
-    fs::create_directories(m_dir / "in");
-    ASSERT_EQ(Run("create").code, 0);
-  }
-  void TearDown() override { fs::remove_all(m_dir); }
-
-  // Runs "mstool COMMAND STORE REST"; the rest is shell text.
-  Outcome Run(const std::string& command, const std::string& rest = "",
-              const std::string& store = "store") const {
-    const std::string line = "cd '" + m_dir.string() + "' && TZ=UTC \"$MSTOOL\" " + command + " " +
-                             store + " " + rest + " >out 2>err; echo $? >code";
-    EXPECT_EQ(std::system(line.c_str()), 0);
-    return {std::stoi(Slurp(m_dir / "code")), Slurp(m_dir / "out"), Slurp(m_dir / "err")};
-  }
-  void Write(const std::string& name, const std::string& bytes) const {
-    fs::create_directories((m_dir / "in" / name).parent_path());
-    std::ofstream(m_dir / "in" / name, std::ios::binary) << bytes;
-  }
-  std::string Import(int code = 0) const {
-    const Outcome result = Run("import", "in");
-    EXPECT_EQ(result.code, code) << result.err;
-    return result.out + result.err;
-  }
-  json Dump() const { return json::parse(Run("dump").out); }
-
-  // The letters of a store by subject, each with "Path" of its folder.
-  static void Collect(const json& folder, std::multimap<std::string, json>& letters) {
-    for (json letter : folder["Documents"]) {
-      letter["Path"] = folder["FullName"];
-      letters.emplace(letter["Name"], letter);
-    }
-    for (const json& child : folder["Folders"]) Collect(child, letters);
-  }
-  std::multimap<std::string, json> Letters() const {
-    std::multimap<std::string, json> letters;
-    Collect(Dump()["folders"][0], letters);
-    return letters;
-  }
-  json Only() const {
-    const auto letters = Letters();
-    EXPECT_EQ(letters.size(), 1U);
-    return letters.empty() ? json() : letters.begin()->second;
-  }
-  static std::string Content(const json& letter, std::size_t attachment) {
-    return Slurp(letter["Attachments"].at(attachment)["InternalFileName"].get<std::string>());
-  }
-  static std::string State(const fs::path& store) {
-    const std::string text = Slurp(store / "ms3.db");
-    const auto at = text.find("State=");
-    return at == text.npos ? "" : text.substr(at + 6, text.find_first_of("\r\n", at) - at - 6);
-  }
-  void SetState(const std::string& state) const {
-    std::string text = Slurp(m_dir / "store/ms3.db");
-    text.replace(text.find("State=") + 6, State(m_dir / "store").size(), state);
-    std::ofstream(m_dir / "store/ms3.db", std::ios::binary) << text;
-  }
-
-  fs::path m_dir;
-};
 
 constexpr const char* kPlain = "From: a@example.org\nSubject: plain\n\ntext\n";
 
@@ -177,6 +93,42 @@ TEST_F(MsTool, Broken_letters_are_imported_and_what_is_none_is_refused_whole) {
   EXPECT_EQ(Content(letters.find("нД")->second, 0), "н\n");
   const std::string longest = letters.begin()->first.size() > 99 ? letters.begin()->first : "";
   EXPECT_EQ(longest.size(), 353U);  // one byte less than fits, rather than half a character
+}
+
+TEST_F(MsTool, Sloppy_letters_keep_their_text_their_characters_and_their_time) {
+  Write("type.eml", "Subject: type\nContent-Type: text; charset=koi8-r\n\n\xCE\n");
+  Write("odd.eml",
+        "Subject: odd\nContent-Type: gz; name=a.gz\n"
+        "Content-Transfer-Encoding: base64\n\nAP8K\n");
+  Write("raw.eml",
+        "Subject: \xA3"
+        "1\x81\nFrom: a!b@c@d.org\nContent-Type: x/y\n\n");
+  Write("set.eml", "Subject: =?iso-8859-1?Q?=93?= =?gb2312_charset?B?1tA=?=\n\nx\n");
+  const std::string named = "Content-Type: text/plain; charset=iso-8859-1; name=n.txt\n";
+  Write("named.eml", "Subject: named\nContent-Type: multipart/mixed; boundary=o\n\n--o\n" + named +
+                         "Content-Disposition: attachment\n\n\xE1\n--o\n" + named +
+                         "Content-Disposition: inline\n\n\xE2\n--o\n" + named + "\n\xE3\n--o--\n");
+  Write("date.eml",
+        "Subject: date\nDate : Fri, 21 Nov 1997 09(a (b\\)):\n   55  :  06 -0600\n\nx\n");
+  Write("zone.eml", "Subject: zone\nDate: Fri, 21 Nov 1997 09:55 (PST)\n\nx\n");
+  Write("dots.eml", "Subject: dots\nDate: Fri, 21 Nov 1997 09.55.06 -0600\n\nx\n");
+  Import();
+  const auto letters = Letters();
+  ASSERT_EQ(letters.size(), 8U);
+  const auto at = [&](const char* subject) { return letters.find(subject)->second; };
+  EXPECT_EQ(Content(at("type"), 0), "н\n");
+  EXPECT_EQ(at("type")["BodyID"], at("type")["Attachments"][0]["ID"]);
+  EXPECT_EQ(at("odd")["BodyID"], 0);
+  EXPECT_EQ(Content(at("odd"), 0), std::string("\0\xFF\n", 3));
+  EXPECT_EQ(at("£1\xEF\xBF\xBD")["SenderUserName"], "a!b@c@d.org");
+  EXPECT_EQ(letters.count("“中"), 1U);
+  EXPECT_EQ(at("named")["BodyID"], at("named")["Attachments"][0]["ID"]);
+  EXPECT_EQ(Content(at("named"), 0), "â");
+  EXPECT_EQ(Content(at("named"), 1), "\xE1");
+  EXPECT_EQ(Content(at("named"), 2), "\xE3");
+  EXPECT_EQ(at("date")["CreationTime"], 880127700);  // a store keeps whole minutes
+  EXPECT_EQ(at("zone")["CreationTime"], 880134900);
+  EXPECT_EQ(at("dots")["CreationTime"], 0);
 }
 
 TEST_F(MsTool, Mbox_is_cut_by_its_lengths_and_lines_and_gives_the_read_state) {
