@@ -65,12 +65,20 @@ std::optional<MailAddress> HiddenAddress(const std::string& line) {
   return std::nullopt;
 }
 
+// Gateways append their domain to an address that has one: all of it is the address.
+std::optional<MailAddress> TwiceRouted(const std::string& line) {
+  static const std::regex kRouted(R"(^[^\s@<>()\[\],;:"]+(?:@[^\s@<>()\[\],;:"]+){2,}$)");
+  if (line.size() > kPatternLimit || !std::regex_match(line, kRouted)) return std::nullopt;
+  return MailAddress{"", line};
+}
+
 }  // namespace
 
 std::vector<MailAddress> ReadAddresses(std::string_view raw, const std::string& textCharset) {
   const std::string line = DecodeHeaderBytes(raw, textCharset);
   if (line.empty()) return {};
   if (auto hidden = HiddenAddress(line)) return {*hidden};
+  if (auto routed = TwiceRouted(line)) return {*routed};
 
   std::vector<MailAddress> found;
   const std::string joined = JoinWords(line);

@@ -12,7 +12,8 @@
 namespace tool {
 namespace {
 
-// The name that the converter knows, widened to the set that is really meant.
+// The name that the converter knows, widened to the set that is really meant: what calls itself
+// Latin-1 has the quotation marks of windows-1252 where Latin-1 has controls.
 const char* ConverterName(const std::string& charset) {
   static constexpr std::array<std::pair<const char*, const char*>, 12> kWider = {{
       {"gb2312", "GB18030"},
@@ -31,7 +32,14 @@ const char* ConverterName(const std::string& charset) {
   for (const auto& [name, wider] : kWider) {
     if (EqualNoCase(charset, name)) return wider;
   }
-  return g_mime_charset_iconv_name(charset.c_str());
+  const char* known = g_mime_charset_iconv_name(charset.c_str());
+  return EqualNoCase(known, "iso-8859-1") ? "WINDOWS-1252" : known;
+}
+
+// A name that nobody knows may be a known one with something appended, such as gb2312_charset.
+std::string ShorterName(const std::string& charset) {
+  const std::size_t end = charset.find_last_of("_-.:;, ");
+  return end == charset.npos ? std::string() : charset.substr(0, end);
 }
 
 bool SaysNothing(const std::string& charset) {
@@ -113,7 +121,7 @@ std::string DecodeCharset(std::string_view bytes, const std::string& charset, bo
 
   Converter converter(nameless ? "WINDOWS-1252" : ConverterName(charset));
   if (converter.IsOpen()) return converter.Convert(bytes, done);
-  if (!nameless) return DecodeCharset(bytes, "", complete);
+  if (!nameless) return DecodeCharset(bytes, ShorterName(charset), complete);
   done = false;
   return CleanUtf8(bytes);
 }
@@ -126,7 +134,7 @@ std::string DecodeHeaderBytes(std::string_view raw, const std::string& textChars
     std::string decoded = DecodeCharset(line, textCharset, &complete);
     if (complete) return decoded;
   }
-  return CleanUtf8(line);
+  return DecodeCharset(line, "");
 }
 
 std::string DecodeHeaderText(std::string_view raw, const std::string& textCharset) {

@@ -15,7 +15,7 @@ std::string DecodeCharset(std::string_view bytes, const std::string& charset,
 
 // A header field's raw value without line breaks, its encoded words decoded. Bytes beyond ASCII
 // that no encoded word announces are UTF-8 or, failing that, of the set in which the letter's text
-// is written (textCharset, may be empty); where neither fits they become U+FFFD.
+// is written (textCharset, may be empty) or, where neither fits, windows-1252.
 std::string DecodeHeaderBytes(std::string_view raw, const std::string& textCharset);
 std::string DecodeHeaderText(std::string_view raw, const std::string& textCharset);
 

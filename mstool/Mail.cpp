@@ -3,11 +3,10 @@
 #include <gmime/gmime.h>
 
 #include <algorithm>
-#include <limits>
-#include <regex>
 
 #include "Addresses.h"
 #include "Charset.h"
+#include "Dates.h"
 #include "Glib.h"
 #include "MailParts.h"
 #include "Mbox.h"
@@ -15,9 +14,6 @@
 
 namespace tool {
 namespace {
-
-// Longer ones are not searched for patterns.
-constexpr std::size_t kDateLimit = 200;
 
 std::string_view LineAt(std::string_view bytes, std::size_t at) {
   const std::size_t end = std::min(bytes.find('\n', at), bytes.size());
@@ -116,33 +112,6 @@ class Header {
   GMimeHeaderList* m_list;
   std::string m_textCharset;
 };
-
-// A date with the zone's name, at its end, in capitals and, where it is told by the half of the
-// day, the hour told by 24.
-std::string PlainDate(std::string text) {
-  static const std::regex kHalfDay(R"((\d{1,2})(:\d\d(?::\d\d)?) ?([APap])[Mm]\b)");
-  for (std::size_t i = text.size(); i > 0 && g_ascii_isalpha(text[i - 1]) != 0; --i) {
-    text[i - 1] = g_ascii_toupper(text[i - 1]);
-  }
-  std::smatch match;
-  if (text.size() > kDateLimit || !std::regex_search(text, match, kHalfDay)) return text;
-  const bool afternoon = match[3] == "P" || match[3] == "p";
-  const int hour = std::stoi(match[1]) % 12 + (afternoon ? 12 : 0);
-  return match.prefix().str() + std::to_string(hour) + match[2].str() + match.suffix().str();
-}
-
-std::optional<std::uint32_t> ReadDate(const std::string& text) {
-  if (text.empty()) return std::nullopt;
-  struct Release {
-    void operator()(GDateTime* time) const { g_date_time_unref(time); }
-  };
-  const std::unique_ptr<GDateTime, Release> time(
-      g_mime_utils_header_decode_date(PlainDate(text).c_str()));
-  if (!time) return std::nullopt;
-  const gint64 seconds = g_date_time_to_unix(time.get());
-  if (seconds <= 0 || seconds > std::numeric_limits<std::uint32_t>::max()) return std::nullopt;
-  return static_cast<std::uint32_t>(seconds);
-}
 
 MailAddress Sender(const Header& header) {
   for (const char* field : {"From", "Sender"}) {

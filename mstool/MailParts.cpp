@@ -44,7 +44,16 @@ bool IsAttachment(GMimeObject* object) {
   return disposition != nullptr && EqualNoCase(disposition, GMIME_DISPOSITION_ATTACHMENT);
 }
 
+// Whether a part has a type that cannot be read. The mail library calls it plain bytes then, yet
+// makes an object for text of it, unless only the first half is missing.
+bool HasNoType(GMimeObject* object) {
+  GMimeContentType* type = g_mime_object_get_content_type(object);
+  return *g_mime_content_type_get_media_type(type) == '\0' ||
+         (GMIME_IS_TEXT_PART(object) && g_mime_content_type_is_type(type, "text", "*") == 0);
+}
+
 std::string Charset(GMimeObject* object) {
+  if (HasNoType(object)) return FieldParameter(object, "Content-Type", "charset");
   return Parameter(g_mime_object_get_content_type_parameter(object, "charset"));
 }
 
@@ -88,7 +97,7 @@ std::string ExtensionOf(GMimeObject* object) {
     if (EqualNoCase(text.get(), known)) return extension;
   }
   if (GMIME_IS_MESSAGE_PART(object)) return ".eml";
-  const bool readable = g_mime_content_type_is_type(type, "text", "*") != 0 ||
+  const bool readable = HasNoType(object) || g_mime_content_type_is_type(type, "text", "*") != 0 ||
                         g_mime_content_type_is_type(type, "message", "*") != 0;
   return readable ? ".txt" : ".bin";
 }
@@ -178,11 +187,20 @@ void MailParts::PreferPlain(std::size_t from) {
   }
 }
 
+// A part without a readable type is plain text. Such a part, or one with a file's name, may be any
+// file all the same: with a NUL in it, it is kept as one, byte for byte.
 bool MailParts::IsText(const MailLeaf& leaf, const char* subtype) const {
-  if (leaf.object == nullptr || !GMIME_IS_TEXT_PART(leaf.object)) return false;
+  if (leaf.object == nullptr || !GMIME_IS_PART(leaf.object) || IsAttachment(leaf.object)) {
+    return false;
+  }
+  const bool typeless = HasNoType(leaf.object);
   GMimeContentType* type = g_mime_object_get_content_type(leaf.object);
-  return g_mime_content_type_is_type(type, "text", subtype) != 0 && !IsAttachment(leaf.object) &&
-         NameOf(leaf.object).empty();
+  if (typeless ? !EqualNoCase(subtype, "plain")
+               : g_mime_content_type_is_type(type, "text", subtype) == 0) {
+    return false;
+  }
+  const bool mayBeAnything = typeless || !NameOf(leaf.object).empty();
+  return !mayBeAnything || Content(leaf).find('\0') == std::string::npos;
 }
 
 std::string MailParts::AttachedLetter(const MailLeaf& leaf) const {
@@ -243,8 +261,9 @@ std::optional<MailPart> MailParts::Body() const {
   if (leaf.object == nullptr) return MailPart{"body.txt", DecodeCharset(leaf.strayText, "")};
   GMimeContentType* type = g_mime_object_get_content_type(leaf.object);
   const bool html = g_mime_content_type_is_type(type, "text", "html") != 0;
-  return MailPart{html ? "body.html" : "body.txt",
-                  DecodeCharset(Content(leaf), Charset(leaf.object))};
+  std::string name = NameOf(leaf.object);
+  if (name.empty()) name = html ? "body.html" : "body.txt";
+  return MailPart{std::move(name), DecodeCharset(Content(leaf), Charset(leaf.object))};
 }
 
 std::vector<MailPart> MailParts::Others() const {

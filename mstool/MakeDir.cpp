@@ -30,8 +30,10 @@ int MakeDir(const std::string& directory, const Options& options) {
   if (folder && !options.parents) {
     throw Failure(kExitUsage, "there is a folder " + options.path + " already");
   }
-  if (!folder) folder = parent.CreateFolder(last, "", 0);
-  Print(std::to_string(folder.ID()));
+  const bool made = !folder;
+  if (made) folder = parent.CreateFolder(last, "", 0);
+  const std::string number = std::to_string(folder.ID());
+  Print(PrintsOnTerminal() ? "folder " + number + (made ? " made" : " is there already") : number);
   return kExitDone;
 }
 
@@ -39,8 +41,9 @@ int MakeDir(const std::string& directory, const Options& options) {
 
 void AddMakeDir(CommandLine& line) {
   const auto options = std::make_shared<Options>();
-  CLI::App* sub = line.Add("mkdir", "Make a folder and print its number",
-                           [&line, options] { return MakeDir(line.store, *options); });
+  CLI::App* sub = line.Add(
+      "mkdir", "Make a folder and print its number (the bare number when no terminal reads)",
+      [&line, options] { return MakeDir(line.store, *options); });
   sub->add_option("PATH", options->path, "Such as INBOX/lists")->required()->type_name("");
   sub->add_flag("-p,--parents", options->parents,
                 "Make missing folders on the way too; be content when it is there");

@@ -1,5 +1,7 @@
 #include "Output.h"
 
+#include <glib.h>
+
 #include <algorithm>
 #include <array>
 #include <iostream>
@@ -110,6 +112,11 @@ std::string SizeText(std::uint64_t bytes) {
 
 void Print(const std::string& line) {
   std::cout << line << '\n';
+}
+
+bool PrintsOnTerminal() {
+  constexpr int kStandardOutput = 1;
+  return g_log_writer_supports_color(kStandardOutput) != 0;
 }
 
 void FlushOutput() {

@@ -57,6 +57,8 @@ std::string DateText(std::uint32_t seconds);
 std::string SizeText(std::uint64_t bytes);
 
 void Print(const std::string& line);
+// Whether a person rather than a program reads what is printed.
+bool PrintsOnTerminal();
 // Raises an error when standard output is closed or full.
 void FlushOutput();
 

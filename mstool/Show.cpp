@@ -54,6 +54,17 @@ std::string States(const CMSDocument& letter) {
   return states;
 }
 
+// The store keeps the first bytes of a sender's address; where it has no room for more, more may
+// have been there.
+std::string Sender(const CMSDocument& letter) {
+  constexpr std::size_t kRoom = 16;
+  const std::string name = letter.SenderUserName().str();
+  std::string address = letter.ObsoleteSenderNetAddr().str();
+  if (address.empty() || name.starts_with(address)) return name;
+  if (address.size() >= kRoom) address += "…";
+  return name.empty() ? address : name + " <" + address + ">";
+}
+
 void PrintHeader(const CMSDocument& letter) {
   using enum Table::Align;
   Table table({Left, Left});
@@ -61,7 +72,7 @@ void PrintHeader(const CMSDocument& letter) {
                             " (" + States(letter) + ")"});
   table.Row({"Subject:", Visible(letter.Name().str())});
   table.Row({"Date:", DateText(static_cast<std::uint32_t>(letter.CreationTime()))});
-  table.Row({"From:", Visible(letter.SenderUserName().str())});
+  table.Row({"From:", Visible(Sender(letter))});
   if (!letter.RegNumber().empty()) {
     table.Row({"Number:", Visible(letter.UniversalRegNumber().str())});
   }

@@ -109,7 +109,7 @@ TEST_F(MsTool, Sloppy_letters_keep_their_text_their_characters_and_their_time) {
                          "Content-Disposition: attachment\n\n\xE1\n--o\n" + named +
                          "Content-Disposition: inline\n\n\xE2\n--o\n" + named + "\n\xE3\n--o--\n");
   Write("date.eml",
-        "Subject: date\nDate : Fri, 21 Nov 1997 09(a (b\\)):\n   55  :  06 -0600\n\nx\n");
+        "Subject: date\nDate : Fri, 21 Nov 1997 09(a (b) \\)):\n   55  :  06 -0600\n\nx\n");
   Write("zone.eml", "Subject: zone\nDate: Fri, 21 Nov 1997 09:55 (PST)\n\nx\n");
   Write("dots.eml", "Subject: dots\nDate: Fri, 21 Nov 1997 09.55.06 -0600\n\nx\n");
   Import();
