@@ -145,5 +145,6 @@ void CMSAttachment::Get(const char* source, bool move) {
   });
   if (!move || !another) return;
   store.Durability().Pay();
+  store.Durability().CheckHealthy();
   CKitFile::RemoveEx(from);
 }

@@ -34,5 +34,7 @@ class MS_API CMSBatch {
   void Commit();
 
  private:
+  void Pay();
+
   CMSMessageStoreImp* m_store;
 };

@@ -47,6 +47,7 @@ void PutSource(Record& data, const std::string& source) {
 // What was secret, or is now, leaves no readable remains. The copy must be safe before.
 void RemoveSource(CMSMessageStoreImp& store, const std::string& source, long flag) {
   store.Durability().Pay();
+  store.Durability().CheckHealthy();
   if ((flag & (attachmentflag::Encrypted | attachmentflag::Body)) == 0) {
     CKitFile::RemoveEx(source);
   } else {

@@ -47,10 +47,6 @@ bool Leave(const CMSDurability* owner) {
   return true;
 }
 
-bool IsWithin(const CMSDurability* owner) {
-  return Find(owner) != nullptr;
-}
-
 }  // namespace
 
 CMSSyncTarget::CMSSyncTarget(CMSDurability& durability, Kind kind, std::string name)
@@ -86,6 +82,10 @@ void CMSDurability::CheckHealthy() const {
 
 void CMSDurability::Begin() {
   Enter(this);
+}
+
+bool CMSDurability::IsWithin() const {
+  return Find(this) != nullptr;
 }
 
 bool CMSDurability::IsOutermost() const {
@@ -131,6 +131,7 @@ void CMSDurability::SyncTargets(bool derivedToo) {
   std::vector<CMSSyncTarget*> due;
   {
     const std::lock_guard guard(m_state);
+    due.reserve(m_targets.size());  // no debt may be forgotten for want of memory
     for (CMSSyncTarget* target : m_targets) {
       if (!derivedToo && target->m_kind == CMSSyncTarget::Kind::Derived) continue;
       if (target->m_dirty.exchange(false, std::memory_order_acq_rel)) due.push_back(target);
@@ -160,7 +161,7 @@ void CMSDurability::SyncPending() {
 }
 
 void CMSDurability::AfterPayment(std::function<void()> work) {
-  if (m_level != CMSDurabilityLevel::Operation || !IsWithin(this)) {
+  if (m_level != CMSDurabilityLevel::Operation || !IsWithin()) {
     Pay();
     CheckHealthy();
     return work();

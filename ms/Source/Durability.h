@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -80,7 +81,11 @@ class CMSDurability {
   bool HasFailed() const { return m_failed.load(std::memory_order_acquire); }
 
   void Begin();
-  // Whether the calling thread is in just one scope.
+  // Rises with every flush; tells whether anything was changed between two looks at it.
+  std::uint64_t Changes() const { return m_changes.load(std::memory_order_relaxed); }
+
+  // Whether the calling thread is in any scope, and in just one.
+  bool IsWithin() const;
   bool IsOutermost() const;
   // Leaves the scope without a promise.
   void End();
@@ -120,6 +125,7 @@ class CMSDurability {
   const CMSDurabilityLevel m_level;
   const std::string m_directory;
   std::atomic<bool> m_failed{false};
+  std::atomic<std::uint64_t> m_changes{0};
 
   std::mutex m_paying;  // held for a whole payment, taken before m_state
   mutable std::mutex m_failureLock;
@@ -136,6 +142,7 @@ class CMSDurability {
 // order.
 template <class Now>
 void CMSSyncTarget::Flushed(Now now) {
+  m_durability.m_changes.fetch_add(1, std::memory_order_relaxed);
   switch (m_durability.Level()) {
     case CMSDurabilityLevel::Immediate:
       m_durability.Note(m_name, now());

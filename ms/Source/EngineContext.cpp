@@ -20,9 +20,15 @@ void CMSEngineContext::CheckWritable(const std::string& file) const {
   durability.CheckHealthy();
 }
 
+// A report that cannot be written must not let the store pass for a healthy one.
 void ReportCorruption(const CMSEngineContext& context, const char* format,
                       const std::string& file) {
-  context.informer.InformBaseIsCorrupted(CKitFile::DirectoryName(file), Named(format, file));
+  try {
+    context.informer.InformBaseIsCorrupted(CKitFile::DirectoryName(file), Named(format, file));
+  } catch (const XKitFile& error) {
+    context.durability.Refuse(error.what());
+    throw;
+  }
 }
 
 void ReportAndThrow(const CMSEngineContext& context, const char* format, const std::string& file,

@@ -101,24 +101,33 @@ std::uint32_t CMSEntryFile::Put(const std::byte* payload) {
 // the slot is cut off or marked again; when even that fails, the file is refused at the next
 // opening and a repair rebuilds it.
 void CMSEntryFile::UndoPut(std::uint32_t slot) {
-  platform::Status status;
+  if (slot != m_slots) return MarkAgain(slot, kEntryDeleted);
+  const platform::Status status = m_file->Truncate(OffsetOf(slot));
+  if (!status.Ok()) CannotUndo(status);
+}
+
+// Gives a slot the state back that a failed write may have changed.
+void CMSEntryFile::MarkAgain(std::uint32_t slot, unsigned char state) {
   std::size_t done = 0;
-  const unsigned char deleted = kEntryDeleted;
-  if (slot == m_slots)
-    status = m_file->Truncate(OffsetOf(slot));
-  else
-    status = m_file->Write(OffsetOf(slot), &deleted, 1, done);
-  if (!status.Ok()) {
-    const std::string text = std::string(" ") + m_format.kind + " %s could not be restored";
-    ReportCorruption(m_context, text.c_str(), m_fileName);
-    m_context.durability.Refuse("cannot undo a write to '" + m_fileName + "': " + status.Text());
-  }
+  const platform::Status status = m_file->Write(OffsetOf(slot), &state, 1, done);
+  if (!status.Ok()) CannotUndo(status);
+}
+
+void CMSEntryFile::CannotUndo(const platform::Status& status) {
+  m_context.durability.Refuse("cannot undo a write to '" + m_fileName + "': " + status.Text());
+  const std::string text = std::string(" ") + m_format.kind + " %s could not be restored";
+  ReportCorruption(m_context, text.c_str(), m_fileName);
 }
 
 void CMSEntryFile::Drop(std::uint32_t slot) {
   m_context.CheckWritable(m_fileName);
   const unsigned char deleted = kEntryDeleted;
-  WriteAt(OffsetOf(slot), &deleted, 1);
+  try {
+    WriteAt(OffsetOf(slot), &deleted, 1);
+  } catch (const XKitFile&) {
+    MarkAgain(slot, kEntryLive);
+    throw;
+  }
   m_free.push_back(slot);
 }
 

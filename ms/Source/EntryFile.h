@@ -36,6 +36,8 @@ class CMSEntryFile {
   // Marks the entry deleted. XKitFile when that fails; it is then still live.
   void Drop(std::uint32_t slot);
 
+  // Entries in the file, live or not.
+  std::uint32_t Slots() const { return m_slots; }
   std::size_t FreeSlots() const { return m_free.size(); }
 
   // Writes all live entries anew, packed from slot 0, and cuts the file behind them. next(payload)
@@ -54,6 +56,8 @@ class CMSEntryFile {
   void WriteBlock(std::uint32_t slot, const std::vector<std::byte>& block);
   void Cut(std::uint32_t slots);
   void UndoPut(std::uint32_t slot);
+  void MarkAgain(std::uint32_t slot, unsigned char state);
+  void CannotUndo(const platform::Status& status);
   std::uint64_t OffsetOf(std::uint32_t slot) const {
     return m_format.HeaderSize() + std::uint64_t{slot} * m_format.EntrySize();
   }

@@ -23,6 +23,7 @@ class CMSEntryMap {
  public:
   using Entry = typename Traits::Entry;
   using Key = typename Traits::Key;
+  using Entries = CMSSortedRuns<Entry, Traits>;
 
   // compacts: whether the file is rewritten when deleted entries outnumber the live ones.
   CMSEntryMap(const CMSEngineContext& context, const std::string& directory,
@@ -78,6 +79,24 @@ class CMSEntryMap {
     return m_entries.IsEnd(at) ? std::nullopt : std::optional<Entry>(m_entries.At(at));
   }
 
+  // Calls body with a function that tells whether a key is there: quick for keys in rising order.
+  // The lock is held meanwhile.
+  template <class Body>
+  void Ask(Body body) const {
+    const CSharedLocker guard(m_lock);
+    Sort();
+    auto at = m_entries.Begin();
+    body([&](const Key& key) {
+      const auto holds = [&] {
+        return !m_entries.IsEnd(at) && !(key < Traits::Of(m_entries.At(at))) &&
+               !(Traits::Of(m_entries.At(at)) < key);
+      };
+      if (!m_entries.IsEnd(at) && Traits::Of(m_entries.At(at)) < key) at = m_entries.Next(at);
+      if (!holds()) at = m_entries.LowerBound(key);
+      return holds();
+    });
+  }
+
   // Calls body with every entry; in key order, except where the entries of a map that is not unique
   // have not been asked for yet. The lock is held meanwhile.
   template <class Body>
@@ -94,20 +113,48 @@ class CMSEntryMap {
   }
 
  private:
+  // Entries lie in the file in the order in which they were made: a few sequences of rising keys,
+  // interleaved (links of folders and links of letters, say). Each is collected as it comes.
+  struct Sequence {
+    Entries entries;
+    Key last{};
+  };
+  static constexpr std::size_t kMaxSequences = Traits::kUnique ? 16 : 1;
+
   void Load() {
     const CSharedLocker guard(m_lock);
-    m_file.Load([this](const std::byte* payload, std::uint32_t slot) {
+    std::vector<Sequence> sequences;
+    m_file.Load([&](const std::byte* payload, std::uint32_t slot) {
       const Entry entry = Traits::Decode(payload, slot);
-      if (!m_unsorted.empty() || !PushBack(entry)) m_unsorted.push_back(entry);
+      if (Place(sequences, entry)) return;
+      if (m_unsorted.empty()) m_unsorted.reserve(m_file.Slots() - slot);
+      m_unsorted.push_back(entry);
     });
-    if constexpr (Traits::kUnique) Sort();
+    for (Sequence& sequence : sequences) m_entries.Merge(std::move(sequence.entries));
+    if constexpr (Traits::kUnique) {
+      if (sequences.size() > 1) CheckDistinct();
+      Sort();
+    }
   }
-  bool PushBack(const Entry& entry) {
+  // False when the entry continues none of the sequences and there are too many for one more.
+  static bool Place(std::vector<Sequence>& sequences, const Entry& entry) {
     const Key key = Traits::Of(entry);
-    if (m_entries.Size() > 0 && !(m_last < key)) return false;
-    m_entries.PushBack(entry);
-    m_last = key;
+    auto place = std::find_if(sequences.begin(), sequences.end(),
+                              [&](const Sequence& sequence) { return sequence.last < key; });
+    if (place == sequences.end()) {
+      if (sequences.size() == kMaxSequences) return false;
+      place = sequences.emplace(place);
+    }
+    place->entries.PushBack(entry);
+    place->last = key;
     return true;
+  }
+  void CheckDistinct() {
+    const Entry* before = nullptr;
+    m_entries.ForEach([&](const Entry& entry) {
+      if (before != nullptr && !(Traits::Of(*before) < Traits::Of(entry))) Duplicate();
+      before = &entry;
+    });
   }
 
   // Merges what was loaded out of order.
@@ -153,7 +200,6 @@ class CMSEntryMap {
   mutable CSharedLock m_lock;
   CMSEntryFile m_file;
   const bool m_compacts;
-  mutable CMSSortedRuns<Entry, Traits> m_entries;
-  mutable std::vector<Entry> m_unsorted;  // loaded behind a key that is not less
-  Key m_last{};                           // of m_entries, while loading
+  mutable Entries m_entries;
+  mutable std::vector<Entry> m_unsorted;  // loaded, and part of no rising sequence
 };

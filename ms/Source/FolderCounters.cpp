@@ -70,6 +70,8 @@ bool CMSFolder::GetCachedExtraData(CExtraData& data) const {
   CMSMessageStoreImp& store = StoreOf(*this);
   const CSharedLocker storeGuard(store.Lock());
   const CSharedLocker folderGuard(store.Folders().File().Lock());
+  data = {};
+  if (store.Distrusted().count(static_cast<std::uint32_t>(ID())) != 0) return false;
   const std::string entry = store.Master().ReadExtraFolderData(static_cast<std::uint32_t>(ID()));
   const char* text = entry.c_str();
   if (ParseCount(text, data.unread) && *text++ == ',' && ParseCount(text, data.undelivered))
@@ -84,8 +86,11 @@ void CMSFolder::SaveExtraData(const CExtraData& data) const {
   const CSharedLocker storeGuard(store.Lock());
   {
     const CSharedLocker folderGuard(store.Folders().File().Lock());
-    store.Master().SaveExtraFolderData(static_cast<std::uint32_t>(ID()),
-                                       KitFormat("%d,%d", data.unread, data.undelivered));
+    const auto id = static_cast<std::uint32_t>(ID());
+    if (store.Master().SaveExtraFolderData(id, KitFormat("%d,%d", data.unread, data.undelivered)))
+      store.Distrusted().erase(id);
+    else if (!store.IsReadOnly())
+      store.Distrusted().insert(id);
   }
   store.Listeners().FolderChanged(*this);
 }

@@ -57,6 +57,10 @@ void CMSFolder::DeleteFolder(CMSFolder& folder) {
 void CMSFolder::CDeletion::Document(CMSFolder& parent, const CMSDocument& document) {
   if (!IsChild(m_store, parent, document, kDocumentMismatch)) return;
   const Share share = ShareOf(document);
+  // Cut off from here on, the letter is one that a repair removes.
+  CMSFieldAccess::Write(document, [](CMSDocumentData& record) {
+    record.Flag = static_cast<std::int32_t>(record.Flag & ~docflag::Complete);
+  });
   Attachments(document);
   Recipients(document);
   m_store.RemoveDocument(document);

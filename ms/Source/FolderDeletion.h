@@ -6,9 +6,9 @@
 
 #include "Folder.h"
 
-// One deletion under way. Records go first. The files of the letters are only noted, and go when
-// the records' removal is safe: a letter whose deletion is cut off is either there with all its
-// files or gone, never there without them.
+// One deletion under way. A letter is marked incomplete first, so that a repair takes away what a
+// deletion that was cut off has left of it. The files are only noted, and go when the removal of
+// the records is safe: no record is left without its file.
 class CMSFolder::CDeletion {
  public:
   explicit CDeletion(CMSMessageStoreImp& store) : m_store(store) {}

@@ -46,6 +46,11 @@ class CMSIndex {
   // False when the key is unknown. XKitFile when the write fails.
   bool Remove(std::uint32_t key) { return m_map.Remove(key); }
 
+  // Calls body with a function that tells whether a key is known: quick for keys in rising order.
+  template <class Body>
+  void Ask(Body body) const {
+    m_map.Ask(body);
+  }
   // Calls body(key, container) in key order.
   template <class Body>
   void ForEach(Body body) const {

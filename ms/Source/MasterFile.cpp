@@ -52,16 +52,30 @@ std::string CMSMasterFile::Path() const {
   return CKitFile::Join(m_directory, kFileName);
 }
 
+void CMSMasterFile::CheckReadable() const {
+  CKitFile file(Path(), {});
+  char first = 0;
+  file.Read(0, &first, 1);
+}
+
 CMSMasterFile::Counters CMSMasterFile::ReadCounters() const {
   const std::string path = Path();
   return {static_cast<std::uint32_t>(platform::ReadProfileInt(path, kStoreSection, kLastIDKey, 1)),
           static_cast<std::uint32_t>(platform::ReadProfileInt(path, kStoreSection, kSizeKey, 0))};
 }
 
+// Nobody else writes them while the store is open for writing, so a value that was written before
+// need not be compared with the file again.
 bool CMSMasterFile::SaveCounters(const Counters& counters) {
-  const std::string lastID = std::to_string(static_cast<std::int32_t>(counters.lastID));
-  const bool saved = Write(kStoreSection, kLastIDKey, lastID.c_str());
-  return Write(kStoreSection, kSizeKey, std::to_string(counters.size).c_str()) && saved;
+  bool saved = true;
+  if (!m_saved || m_saved->lastID != counters.lastID) {
+    const std::string lastID = std::to_string(static_cast<std::int32_t>(counters.lastID));
+    saved = Write(kStoreSection, kLastIDKey, lastID.c_str());
+  }
+  if (!m_saved || m_saved->size != counters.size)
+    saved = Write(kStoreSection, kSizeKey, std::to_string(counters.size).c_str()) && saved;
+  m_saved = saved ? std::optional<Counters>(counters) : std::nullopt;
+  return saved;
 }
 
 // At every level: a store that lost its "Active" to a power cut would pass for one that was closed,

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 #include "Durability.h"
@@ -18,6 +19,8 @@ class CMSMasterFile : public CMSSyncTarget {
 
   CMSMasterFile(CMSDurability& durability, std::string directory, bool readOnly);
 
+  // XKitFile when the file is there and cannot be read: it would pass for an empty one.
+  void CheckReadable() const;
   Counters ReadCounters() const;
   // Answers whether the write succeeded, as do the others below.
   bool SaveCounters(const Counters& counters);
@@ -44,4 +47,5 @@ class CMSMasterFile : public CMSSyncTarget {
 
   const std::string m_directory;
   const bool m_readOnly;
+  std::optional<Counters> m_saved;  // by the last SaveCounters, if it succeeded
 };

@@ -156,18 +156,24 @@ void CMSMessageStore::RemoveListener(CMSFolderListener* listener) {
 }
 
 CMSBatch::CMSBatch(const CMSMessageStore& store) : m_store(store.m_store) {
-  m_store->AddRef();
   m_store->Durability().Begin();
+  m_store->AddRef();
 }
 
 CMSBatch::~CMSBatch() {
   // A failure is logged and remembered by the durability itself; there is nobody to throw to.
-  if (m_store->Durability().IsOutermost()) m_store->Durability().Pay();
+  Pay();
   m_store->Durability().End();
   m_store->Release();
 }
 
 void CMSBatch::Commit() {
-  if (m_store->Durability().IsOutermost()) m_store->Durability().Pay();
+  Pay();
   m_store->Durability().CheckHealthy();
+}
+
+void CMSBatch::Pay() {
+  if (!m_store->Durability().IsOutermost()) return;
+  m_store->SaveDueCounters();
+  m_store->Durability().Pay();
 }

@@ -23,9 +23,13 @@ constexpr char kActive[] = "Active";
 template <class T>
 std::uint32_t HighestKey(CMSObjectDB<T>& database) {
   std::uint32_t highest = 0;
-  database.File().Index().ForEach([&](std::uint32_t key, std::uint32_t) {
+  const auto look = [&](std::uint32_t key) {
     if (key <= kMaxObjectID) highest = std::max(highest, key);
-  });
+  };
+  database.File().Index().ForEach([&](std::uint32_t key, std::uint32_t) { look(key); });
+  // An index that has lost entries does not tell all keys; the records do.
+  if (database.File().Index().Size() != database.File().UsedCount())
+    database.File().ForEachKey(look);
   return highest;
 }
 
@@ -53,17 +57,67 @@ void CMSMessageStoreImp::Open(const OpenArguments& arguments) {
   CMSConverter(m_directory, CMSMessageStore::s_bCheckDataConverting)
       .Run(arguments.keys, arguments.key, arguments.group);
   const bool isNew = !storefiles::IsComplete(m_directory, m_readOnly, arguments.informer);
+  try {
+    OpenFiles(isNew);
+  } catch (...) {
+    if (isNew && !m_readOnly) DropNewFiles();
+    throw;
+  }
+}
+
+void CMSMessageStoreImp::OpenFiles(bool isNew) {
+  if (!isNew) m_master.CheckReadable();
   // There is nothing to read in a directory without a store: no trace of the attempt stays behind.
-  if (!isNew || !m_readOnly) m_master.SetState(kActive);
+  if (!isNew || !m_readOnly) MarkActive();
   ReadCounters();
   OpenDatabases();
   // Whoever held the files until now may have written its last values meanwhile.
-  if (!isNew || !m_readOnly) m_master.SetState(kActive);
+  if (!isNew || !m_readOnly) MarkActive();
   ReadCounters();
   if (!m_readOnly) DropPacketsWithoutRecipient();
   RaiseLastID();
   // A store without any folder is one whose making was cut short before it came to the root.
   if (!m_readOnly && (isNew || m_folders->File().UsedCount() == 0)) CreateRoot();
+}
+
+// A writer that could not be seen to be active would pass for one that closed, should it be cut
+// off.
+void CMSMessageStoreImp::MarkActive() {
+  if (m_master.SetState(kActive) || m_readOnly) return;
+  throw XKitFile(XKitFile::Cause::Other, 0, m_master.Path(),
+                 "cannot write the state of the store to '" + m_master.Path() + "'");
+}
+
+// Whether there is nothing in the store but, perhaps, its root. Databases that are not open count
+// by the length of their files.
+bool CMSMessageStoreImp::IsBlank() const {
+  constexpr std::uint64_t kLongestHeader = sizeof(CMSFileHeader);
+  const auto isShort = [this](const char* name) {
+    return CKitFile::Info(CKitFile::Join(m_directory, name)).length <= kLongestHeader;
+  };
+  return m_attachments != nullptr && m_attachments->File().UsedCount() == 0 &&
+         (m_recipients != nullptr ? m_recipients->File().UsedCount() == 0 : isShort("rcpt3.db")) &&
+         (m_documents != nullptr ? m_documents->File().UsedCount() == 0 : isShort("docs3.db")) &&
+         (m_folders != nullptr ? m_folders->File().UsedCount() <= 1 : isShort("folders3.db"));
+}
+
+// A store whose making failed must not stand in the way of the next try. The first database is the
+// one that keeps others out, so it is closed last, and without it nothing here is ours.
+void CMSMessageStoreImp::DropNewFiles() {
+  if (!IsBlank()) return;
+  m_packets.reset();
+  m_relations.reset();
+  m_folders.reset();
+  m_documents.reset();
+  m_recipients.reset();
+  for (const char* name : storefiles::kRequired) {
+    const platform::Status status = platform::Files().Remove(CKitFile::Join(m_directory, name));
+    if (!status.Ok() && status.Why() != platform::Cause::NotFound)
+      LogEvent(severity::Error,
+               ("cannot remove '" + std::string(name) + "': " + status.Text()).c_str(),
+               "ms\\Source\\MessageStoreImp", __LINE__);
+  }
+  m_attachments.reset();
 }
 
 void CMSMessageStoreImp::MakeDirectory() {
@@ -115,7 +169,11 @@ void CMSMessageStoreImp::CreateRoot() {
 // while nobody else can have opened the store: the first file of an opening is the last one let go.
 void CMSMessageStoreImp::Close() {
   const bool saved = SaveCounters();
-  const bool safe = m_readOnly || (m_durability.PayAll() && saved);
+  if (!saved && !m_readOnly)
+    LogEvent(severity::Error, ("cannot save the counters in '" + m_master.Path() + "'").c_str(),
+             "ms\\Source\\MessageStoreImp", __LINE__);
+  const bool whole = saved && !m_wasCutShort && m_distrusted.empty();
+  const bool safe = m_readOnly || (m_durability.PayAll() && whole);
   m_folders.reset();
   m_recipients.reset();
   m_documents.reset();
@@ -126,6 +184,7 @@ void CMSMessageStoreImp::Close() {
 }
 
 bool CMSMessageStoreImp::SaveCounters() {
+  m_countersDue = false;
   return m_master.SaveCounters({m_lastID, m_size});
 }
 
@@ -142,14 +201,26 @@ std::uint32_t CMSMessageStoreImp::IssueID() {
   if (m_lastID >= kMaxObjectID)
     throw XKitMsg("the store '" + m_directory + "' has used up its object IDs");
   ++m_lastID;
-  SaveCounters();
+  CountersChanged();
   return m_lastID;
 }
 
 void CMSMessageStoreImp::OnAttachmentSizeChanged(long difference) {
   const CSharedLocker guard(m_lock);
   m_size += static_cast<std::uint32_t>(difference);
-  SaveCounters();
+  CountersChanged();
+}
+
+// They are written once as the outermost change or batch of the thread ends: a crash before that
+// costs nothing that an opening or a repair does not find again.
+void CMSMessageStoreImp::CountersChanged() {
+  m_countersDue = true;
+  if (!m_durability.IsWithin()) SaveDueCounters();
+}
+
+void CMSMessageStoreImp::SaveDueCounters() {
+  const CSharedLocker guard(m_lock);
+  if (m_countersDue) SaveCounters();
 }
 
 unsigned long CMSMessageStoreImp::FullSize() const {
@@ -172,19 +243,23 @@ CMSStoreChange::CMSStoreChange(CMSMessageStoreImp& store) : m_store(store) {
   try {
     m_store.CheckWritable();
     m_store.m_durability.Begin();
-  } catch (const XKitStatus&) {
+  } catch (...) {
     m_store.m_lock.Unlock();
     throw;
   }
+  m_changesBefore = m_store.m_durability.Changes();
 }
 
+// A change that got somewhere and was cut off leaves something for the next check to look at.
 CMSStoreChange::~CMSStoreChange() {
   if (!m_open) return;
+  if (m_store.m_durability.Changes() != m_changesBefore) m_store.m_wasCutShort = true;
   m_store.m_durability.End();
   m_store.m_lock.Unlock();
 }
 
 void CMSStoreChange::Commit() {
+  if (m_store.m_durability.IsOutermost()) m_store.SaveDueCounters();
   m_open = false;
   m_store.m_lock.Unlock();
   m_store.m_durability.Commit();

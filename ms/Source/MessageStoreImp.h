@@ -2,6 +2,7 @@
 #pragma once
 
 #include <memory>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -83,14 +84,20 @@ class CMSMessageStoreImp : public CKitReference {
   // that removed the records. All are tried; XKitFile for the first that cannot be removed, except
   // within a batch, where they go after its promise and a failure is logged.
   void RemoveFiles(const std::vector<std::string>& stored);
-  void RenamePacket(const CMSRecipient& recipient, const std::string& from, const std::string& to);
+  // Changes the envelope name in the record and the table.
+  void RenamePacket(const CMSRecipient& recipient, const std::string& name);
 
-  // A new ID, written to the master file at once. XKitStatus 19 on a store that takes no changes;
-  // XKitMsg when the numbers are used up.
+  // A new ID; the counters are written as the outermost change ends. XKitStatus 19 on a store that
+  // takes no changes; XKitMsg when the numbers are used up.
   std::uint32_t IssueID();
-  // Adds to the size counter and writes it.
+  // Adds to the size counter, which is written likewise.
   void OnAttachmentSizeChanged(long difference);
   unsigned long FullSize() const;
+  // Writes the counters if they have changed since they were written last.
+  void SaveDueCounters();
+
+  // Folders whose entry in the counter cache is out of date because it could not be written.
+  std::set<std::uint32_t>& Distrusted() { return m_distrusted; }
 
   CMSRelationsDB& Relations() { return *m_relations; }
   CMSObjectDB<CMSFolderData>& Folders() { return *m_folders; }
@@ -102,6 +109,10 @@ class CMSMessageStoreImp : public CKitReference {
   friend class CMSStoreChange;
 
   void Open(const OpenArguments& arguments);
+  void OpenFiles(bool isNew);
+  void MarkActive();
+  bool IsBlank() const;
+  void DropNewFiles();
   bool PrepareFiles(const OpenArguments& arguments);
   void OpenDatabases();
   void DropPacketsWithoutRecipient();
@@ -110,6 +121,7 @@ class CMSMessageStoreImp : public CKitReference {
   void Close();
   void MakeDirectory();
   void ReadCounters();
+  void CountersChanged();
   bool SaveCounters();
   void CheckWritable() const;
   template <class Handle, class T>
@@ -127,6 +139,9 @@ class CMSMessageStoreImp : public CKitReference {
   bool (*m_compare)(const CMSDocument&, const CMSDocument&) = nullptr;
   std::uint32_t m_lastID = 1;
   std::uint32_t m_size = 0;
+  bool m_countersDue = false;
+  bool m_wasCutShort = false;            // a change got half way
+  std::set<std::uint32_t> m_distrusted;  // folders whose cached counters could not be kept up
   CMSListenerRegistry m_listeners;
   CMSDurability m_durability;
   CMSMasterFile m_master;
@@ -151,6 +166,7 @@ class CMSStoreChange {
 
  private:
   CMSMessageStoreImp& m_store;
+  std::uint64_t m_changesBefore = 0;
   bool m_open = true;
 };
 

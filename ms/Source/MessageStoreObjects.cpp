@@ -222,10 +222,15 @@ void CMSMessageStoreImp::RemoveFiles(const std::vector<std::string>& stored) {
       [this, stored] { attachmentfiles::Remove(m_directory, stored, m_durability); });
 }
 
-void CMSMessageStoreImp::RenamePacket(const CMSRecipient& recipient, const std::string& from,
-                                      const std::string& to) {
+void CMSMessageStoreImp::RenamePacket(const CMSRecipient& recipient, const std::string& name) {
   const CSharedLocker guard(m_lock);
   const auto id = static_cast<std::uint32_t>(recipient.ID());
-  m_packets->Add(to, id);
-  m_packets->Remove(from, id);
+  const CKitString old = recipient.TransEnvFileName();
+  m_packets->Add(name, id);
+  Rollback undo([&] { m_packets->Remove(name, id); });
+  CMSFieldAccess::Write(recipient, [&](CMSRecipientData& record) {
+    CMSFieldAccess::PutText(record.TransEnvFileName, name);
+  });
+  undo.Disarm();
+  m_packets->Remove(old, id);
 }

@@ -23,8 +23,7 @@ struct CMSFieldAccess {
     CMSDBObject& cell = Cell(handle);
     CMSRecordFile& file = cell.owner->File();
     const CSharedLocker guard(file.Lock());
-    const typename CMSDB<unsigned long, T>::ReadPtr record(file, Number(cell), cell.key);
-    return body(*record);
+    return body(*reinterpret_cast<const T*>(file.Read(Number(cell), cell.key)));
   }
 
   // Calls body with the record, T&; the record is flushed afterwards.

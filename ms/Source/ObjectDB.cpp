@@ -30,10 +30,18 @@ CMSDBObject* CMSObjectDBBase::Create(std::uint32_t key, const void* data) {
   return NewCell(key, record);
 }
 
+CMSDBObject& CMSObjectDBBase::Place(std::uint32_t key) {
+  if (m_spare.empty()) return m_cells.try_emplace(m_cells.end(), key)->second;
+  m_spare.key() = key;
+  const auto place = m_cells.insert(m_cells.end(), std::move(m_spare));
+  m_spare = {};
+  return place->second;
+}
+
 // New keys are the greatest so far, as a rule. A cell that another thread has just found the new
 // object by is shared; a stale one never is, since no key comes twice while handles remember it.
 CMSDBObject* CMSObjectDBBase::NewCell(std::uint32_t key, std::uint32_t record) {
-  CMSDBObject& cell = m_cells.try_emplace(m_cells.end(), key)->second;
+  CMSDBObject& cell = Place(key);
   assert(cell.owner == nullptr || cell.record == record);
   cell.key = key;
   cell.owner = this;
@@ -57,7 +65,9 @@ void CMSObjectDBBase::AddReference(CMSDBObject& cell) {
 
 void CMSObjectDBBase::Release(CMSDBObject& cell) {
   const CSharedLocker guard(m_lock);
-  if (--cell.references == 0) m_cells.erase(cell.key);
+  if (--cell.references != 0) return;
+  cell.owner = nullptr;
+  m_spare = m_cells.extract(cell.key);
 }
 
 CMSDBObject& CMSFieldAccess::Checked(CMSDBObject* cell) {

@@ -49,12 +49,15 @@ class CMSObjectDBBase {
   void Release(CMSDBObject& cell);
 
  private:
+  CMSDBObject& Place(std::uint32_t key);
   CMSDBObject* NewCell(std::uint32_t key, std::uint32_t record);
 
   CMSRecordFile& m_file;
   CKitReference* const m_store;
   CSharedLock m_lock;
   std::map<std::uint32_t, CMSDBObject> m_cells;
+  // Of the cell that was freed last: most lookups follow one another, and need no memory then.
+  std::map<std::uint32_t, CMSDBObject>::node_type m_spare;
 };
 
 template <class T>

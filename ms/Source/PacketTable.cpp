@@ -25,8 +25,11 @@ CPacketName CPacketName::Known(const std::string& name) {
 
 CPacketName CPacketNameCodec::Decode(const std::byte* payload) {
   CPacketName name;
-  const auto* text = reinterpret_cast<const char*>(payload);
-  std::memcpy(name.m_name.data(), text, ::strnlen(text, CPacketName::kLength));
+  std::memcpy(name.m_name.data(), payload, CPacketName::kLength);
+  // Whatever a damaged file holds behind the end of a name is no part of it.
+  char* const end = name.m_name.data() + CPacketName::kLength;
+  if (char* const zero = std::find(name.m_name.data(), end, '\0'); zero != end)
+    std::fill(zero, end, '\0');
   return name;
 }
 
@@ -44,8 +47,10 @@ bool CMSPacketTable::Remove(const std::string& name, std::uint32_t recipient) {
 
 void CMSPacketTable::DropEntriesWithoutRecipient(const CMSIndex& recipients) {
   std::vector<std::pair<CPacketName, std::uint32_t>> lost;
-  m_index.ForEach([&](const CPacketName& name, std::uint32_t recipient) {
-    if (!recipients.Find(recipient)) lost.emplace_back(name, recipient);
+  recipients.Ask([&](const auto& isKnown) {
+    m_index.ForEach([&](const CPacketName& name, std::uint32_t recipient) {
+      if (!isKnown(recipient)) lost.emplace_back(name, recipient);
+    });
   });
   for (const auto& [name, recipient] : lost) m_index.Remove(name, recipient);
 }

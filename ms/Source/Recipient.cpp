@@ -52,11 +52,7 @@ void CMSRecipient::TransEnvFileName(const char* name) {
   const CKitString to(name);
   Access::CheckFits(to, sizeof(Record::TransEnvFileName), "envelope file name");
   CMSMessageStoreImp& store = StoreOf(*this);
-  store.Change([&] {
-    const CKitString from = TransEnvFileName();
-    Access::Write(*this, [&](Record& record) { Access::PutText(record.TransEnvFileName, to); });
-    store.RenamePacket(*this, from, to);
-  });
+  store.Change([&] { store.RenamePacket(*this, to); });
 }
 
 CKitString CMSRecipient::ObsoleteNetAddr() const {

@@ -89,6 +89,13 @@ std::uint32_t CMSRecordFile::UsedCount() const {
   return H().UC;
 }
 
+void CMSRecordFile::ForEachKey(const std::function<void(std::uint32_t)>& body) const {
+  const CSharedLocker guard(m_lock);
+  for (std::uint32_t i = 0; i < H().TC; ++i) {
+    if (Container(i).InUse()) body(Container(i).key);
+  }
+}
+
 CMSFileHeader CMSRecordFile::Header() const {
   const CSharedLocker guard(m_lock);
   return H();
@@ -101,6 +108,10 @@ std::uint32_t CMSRecordFile::Find(std::uint32_t key) {
   if (*index >= H().TC || Container(*index).key != key)
     ReportCorruption(m_context, kMismatchGetting, m_fileName);
   return *index + 1;
+}
+
+const std::byte* CMSRecordFile::Read(std::uint32_t number, std::uint32_t key) const {
+  return BeginAccess(number, key, kMismatchReading, false);
 }
 
 const std::byte* CMSRecordFile::BeginRead(std::uint32_t number, std::uint32_t key) {
@@ -124,7 +135,7 @@ std::byte* CMSRecordFile::BeginWrite(std::uint32_t number, std::uint32_t key) {
 // A read of the wrong record is tolerated, a write into one is not. A number beyond the file's end
 // names no bytes to give at all.
 const std::byte* CMSRecordFile::BeginAccess(std::uint32_t number, std::uint32_t key,
-                                            const char* mismatch, bool writing) {
+                                            const char* mismatch, bool writing) const {
   const std::uint32_t index = number - 1;
   const bool inside = index < H().TC;
   if (!inside || Container(index).key != key) {

@@ -1,6 +1,7 @@
 // A record database file: numbered containers of one size, mapped whole.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <thread>
@@ -38,6 +39,8 @@ class CMSRecordFile {
   CSharedLock& Lock() const { return m_lock; }
   const CMSIndex& Index() const { return m_index; }
   std::uint32_t UsedCount() const;
+  // Calls body with the key of every container in use. Reads the whole file.
+  void ForEachKey(const std::function<void(std::uint32_t)>& body) const;
   CMSFileHeader Header() const;
 
   // The new record's number, or 0 (after a report) when the index refused the key. Waits for open
@@ -49,6 +52,9 @@ class CMSRecordFile {
   // The record's number, 0 when the index does not know the key. A container that bears another key
   // is reported.
   std::uint32_t Find(std::uint32_t key);
+
+  // The record itself, for as long as the caller holds Lock(); as BeginRead otherwise.
+  const std::byte* Read(std::uint32_t number, std::uint32_t key) const;
 
   // For the accessors. A number whose container bears another key than expected is reported;
   // reading goes on, writing throws. Each Begin is paired with its End on the same thread.
@@ -82,7 +88,7 @@ class CMSRecordFile {
   void PutToChain(std::uint32_t index);
   std::uint32_t CheckedIndex(std::uint32_t key, std::uint32_t index) const;
   const std::byte* BeginAccess(std::uint32_t number, std::uint32_t key, const char* mismatch,
-                               bool writing);
+                               bool writing) const;
 
   void AddHolder();
   void RemoveHolder();

@@ -100,18 +100,18 @@ void CMSRecordFile::GrowIfAskedFor() {
 platform::Status CMSRecordFile::Grow() {
   const std::uint64_t length = OffsetOf(H().TC);
   m_view.reset();
-  const platform::Status appended = AppendContainers(length);
-  if (!appended.Ok()) {
+  platform::Status grown = AppendContainers(length);
+  if (grown.Ok()) grown = Map(length + kGrowthStep * ContainerSize());
+  if (!grown.Ok()) {
     const platform::Status cut = m_file->Truncate(length);
     if (!cut.Ok())
       m_context.durability.Refuse("cannot truncate '" + m_fileName + "': " + cut.Text());
     const platform::Status mapped = Map(length);
-    return mapped.Ok() ? appended : mapped;
+    return mapped.Ok() ? grown : mapped;
   }
   m_target->Written();
-  const platform::Status mapped = Map(length + kGrowthStep * ContainerSize());
-  if (mapped.Ok()) ChainNewContainers();
-  return mapped;
+  ChainNewContainers();
+  return grown;
 }
 
 // Really written, not just extended: a full disk shows here, and not as a fault in the mapped file.

@@ -3,7 +3,10 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstdint>
 #include <stdexcept>
+#include <type_traits>
+#include <utility>
 #include <vector>
 
 // Order gives a Key type with operator<, and Key Of(const Entry&).
@@ -41,12 +44,8 @@ class CMSSortedRuns {
     const auto first = std::upper_bound(m_firsts.begin(), m_firsts.end(), key);
     if (first == m_firsts.begin()) return {};
     const auto run = static_cast<std::size_t>(first - m_firsts.begin()) - 1;
-    const auto& entries = m_runs[run];
-    const auto found =
-        std::lower_bound(entries.begin(), entries.end(), key,
-                         [](const Entry& entry, const Key& k) { return Order::Of(entry) < k; });
-    if (found == entries.end()) return {run + 1, 0};
-    return {run, static_cast<std::size_t>(found - entries.begin())};
+    const std::size_t index = LowerBoundIn(m_runs[run], key);
+    return index < m_runs[run].size() ? Position{run, index} : Position{run + 1, 0};
   }
   const Entry* Find(const Key& key) const {
     const Position at = LowerBound(key);
@@ -106,6 +105,26 @@ class CMSSortedRuns {
     m_size = 0;
   }
 
+  // Takes in all entries of another one. Equal keys may meet and then stand side by side; whole
+  // runs that lie between the other's keys are taken as they are.
+  void Merge(CMSSortedRuns&& other) {
+    if (m_size == 0) {
+      *this = std::move(other);
+      return;
+    }
+    CMSSortedRuns mine = std::exchange(*this, {});
+    Position a;
+    Position b;
+    while (!mine.IsEnd(a) && !other.IsEnd(b)) {
+      if (Order::Of(other.At(b)) < Order::Of(mine.At(a)))
+        TakeUpTo(Order::Of(mine.At(a)), other, b);
+      else
+        TakeUpTo(Order::Of(other.At(b)), mine, a);
+    }
+    while (!mine.IsEnd(a)) TakeRest(mine, a);
+    while (!other.IsEnd(b)) TakeRest(other, b);
+  }
+
   // Calls body with every entry in order; it may change the entries as long as they stay in order.
   template <class Body>
   void ForEach(Body body) {
@@ -137,6 +156,53 @@ class CMSSortedRuns {
   }
 
  private:
+  // Keys are often spread evenly, as those of objects of one kind are: a guess from the ends of the
+  // run costs one look where halving it would cost several, each in another cache line.
+  static std::size_t LowerBoundIn(const std::vector<Entry>& run, const Key& key) {
+    auto begin = run.begin();
+    auto end = run.end();
+    if constexpr (std::is_integral_v<Key>) {
+      const std::uint64_t low = Order::Of(run.front());
+      const std::uint64_t high = Order::Of(run.back());
+      if (key > high) return run.size();
+      if (key <= low) return 0;
+      constexpr std::uint64_t kReach = 4;
+      const std::uint64_t guess = (key - low) * (run.size() - 1) / (high - low);
+      const std::uint64_t from = guess > kReach ? guess - kReach : 0;
+      const std::uint64_t to = std::min<std::uint64_t>(guess + kReach, run.size() - 1);
+      if (Order::Of(run[from]) < key && key <= Order::Of(run[to])) {
+        begin = run.begin() + static_cast<std::ptrdiff_t>(from);
+        end = run.begin() + static_cast<std::ptrdiff_t>(to);
+      }
+    }
+    const auto found = std::lower_bound(
+        begin, end, key, [](const Entry& entry, const Key& k) { return Order::Of(entry) < k; });
+    return static_cast<std::size_t>(found - run.begin());
+  }
+
+  // The entries of from that are less than limit, or at least one; a whole run where it can be.
+  void TakeUpTo(const Key& limit, CMSSortedRuns& from, Position& at) {
+    if (at.index == 0 && Order::Of(from.m_runs[at.run].back()) < limit) {
+      TakeRest(from, at);
+      return;
+    }
+    do {
+      PushBack(from.At(at));
+      at = from.Next(at);
+    } while (at.index != 0 && Order::Of(from.At(at)) < limit);
+  }
+  // The rest of a run.
+  void TakeRest(CMSSortedRuns& from, Position& at) {
+    auto& run = from.m_runs[at.run];
+    if (at.index == 0) {
+      m_size += run.size();
+      m_firsts.push_back(Order::Of(run.front()));
+      m_runs.push_back(std::move(run));
+    } else {
+      for (std::size_t i = at.index; i < run.size(); ++i) PushBack(run[i]);
+    }
+    at = {at.run + 1, 0};
+  }
   void Split(std::size_t index) {
     std::vector<Entry> upper;
     upper.reserve(kRunLength);

@@ -73,8 +73,19 @@ void MoveAside(const std::string& directory, const std::list<CKitString>& presen
   if (!CKitFolder::MakeFolder(quarantine))
     throw XKitFile(XKitFile::Cause::AlreadyExists, 0, quarantine,
                    "cannot make '" + quarantine + "': the name has just been taken");
-  for (const CKitString& name : present)
-    CKitFile::Move(CKitFile::Join(directory, name), CKitFile::Join(quarantine, name));
+  std::list<CKitString> moved;
+  try {
+    for (const CKitString& name : present) {
+      CKitFile::Move(CKitFile::Join(directory, name), CKitFile::Join(quarantine, name));
+      moved.push_back(name);
+    }
+  } catch (const XKitFile&) {
+    // Half a set in each place would be worse than what there was.
+    for (const CKitString& name : moved)
+      CKitFile::Move(CKitFile::Join(quarantine, name), CKitFile::Join(directory, name));
+    CKitFolder::RemoveFolder(quarantine);
+    throw;
+  }
   for (const std::string& changed : {quarantine, directory})
     KitCheck(platform::Files().SyncDirectory(changed), "sync", changed);
 }
