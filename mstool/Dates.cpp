@@ -67,10 +67,24 @@ std::string WithPlainTime(std::string text) {
   return match.prefix().str() + std::to_string(hour) + match[2].str() + match.suffix().str();
 }
 
+struct Release {
+  void operator()(GDateTime* time) const { g_date_time_unref(time); }
+};
+using DateTime = std::unique_ptr<GDateTime, Release>;
+
+// Letters should bear dates of one form; programs that write web feeds as letters give another one.
+DateTime Parse(const std::string& text) {
+  const bool isIso = text.size() > 10 && text[4] == '-' && text[7] == '-' && text[10] == 'T';
+  if (!isIso) return DateTime(g_mime_utils_header_decode_date(text.c_str()));
+  const std::unique_ptr<GTimeZone, decltype(&g_time_zone_unref)> utc(g_time_zone_new_utc(),
+                                                                     g_time_zone_unref);
+  return DateTime(g_date_time_new_from_iso8601(text.c_str(), utc.get()));
+}
+
 // The mail library guesses at what it does not understand. It did understand a date when it found
 // the time of day that the text tells.
 bool TellsTimeOf(const std::string& text, GDateTime* time) {
-  static const std::regex kTime(R"(\b(\d{1,2}):(\d{1,2})\b)");
+  static const std::regex kTime(R"((?:\b|T)(\d{1,2}):(\d{1,2})\b)");
   std::smatch match;
   return std::regex_search(text, match, kTime) &&
          std::stoi(match[1]) == g_date_time_get_hour(time) &&
@@ -83,10 +97,7 @@ std::optional<std::uint32_t> ReadDate(const std::string& text) {
   const std::string compact = WithoutSpareBlanks(WithoutComments(text)).substr(0, kDateLimit);
   if (compact.empty()) return std::nullopt;
   const std::string plain = WithPlainTime(compact);
-  struct Release {
-    void operator()(GDateTime* time) const { g_date_time_unref(time); }
-  };
-  const std::unique_ptr<GDateTime, Release> time(g_mime_utils_header_decode_date(plain.c_str()));
+  const DateTime time = Parse(plain);
   if (!time || !TellsTimeOf(plain, time.get())) return std::nullopt;
   const gint64 seconds = g_date_time_to_unix(time.get());
   if (seconds <= 0 || seconds > std::numeric_limits<std::uint32_t>::max()) return std::nullopt;
