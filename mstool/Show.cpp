@@ -58,7 +58,7 @@ std::string States(const CMSDocument& letter) {
 // have been there.
 std::string Sender(const CMSDocument& letter) {
   constexpr std::size_t kRoom = 16;
-  const std::string name = letter.SenderUserName().str();
+  std::string name = letter.SenderUserName().str();
   std::string address = letter.ObsoleteSenderNetAddr().str();
   if (address.empty() || name.starts_with(address)) return name;
   if (address.size() >= kRoom) address += "…";

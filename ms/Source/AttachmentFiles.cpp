@@ -129,7 +129,7 @@ std::string ToStored(const std::string& storeDirectory, const std::string& path)
 }
 
 std::string ToFull(const std::string& storeDirectory, const std::string& stored) {
-  const std::string name = Relative(storeDirectory, stored);
+  std::string name = Relative(storeDirectory, stored);
   if (IsAbsolute(name)) return name;
   const auto parts = Components(name);
   if (parts.empty() || IsStoreFile(parts)) return {};

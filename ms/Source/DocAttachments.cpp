@@ -100,7 +100,7 @@ CMSAttachment CMSDocument::AddAttachment(const CKitString& source, bool move,
   CPlacedFile place(store, FileNameOf(source), withFile);
   PutChecked(data.InternalFileName, place.Stored(), "path of the stored file");
   if (withFile) attachmentfiles::CopyIn(source, place.Path(), store.Durability());
-  const CMSAttachment attachment = LinkAttachment(data, place);
+  CMSAttachment attachment = LinkAttachment(data, place);
   if (attachment && withFile && move) RemoveSource(store, source, flag);
   return attachment;
 }

@@ -36,9 +36,8 @@ CMSMessageStore::CMSMessageStore(const CMSMessageStore& other) : m_store(other.m
 }
 
 CMSMessageStore& CMSMessageStore::operator=(const CMSMessageStore& other) {
-  if (other.m_store != nullptr) other.m_store->AddRef();
-  CMSMessageStoreImp* const old = std::exchange(m_store, other.m_store);
-  if (old != nullptr) old->Release();
+  CMSMessageStore copy(other);
+  std::swap(m_store, copy.m_store);
   return *this;
 }
 
@@ -66,11 +65,7 @@ CMSAttachment CMSMessageStore::GetAttachment(unsigned long id) {
   return m_store->GetAttachment(CMSFieldAccess::KeyOf(id));
 }
 
-CMSFolder CMSMessageStore::Root() {
-  return m_store->GetFolder(1);
-}
-
-const CMSFolder CMSMessageStore::Root() const {
+CMSFolder CMSMessageStore::Root() const {
   return m_store->GetFolder(1);
 }
 

@@ -61,8 +61,7 @@ class MS_API CMSMessageStore {
   CMSDocument GetDocument(unsigned long id);
   CMSFolder GetFolder(unsigned long id);
   CMSAttachment GetAttachment(unsigned long id);
-  CMSFolder Root();
-  const CMSFolder Root() const;
+  CMSFolder Root() const;
   // The first recipient, in the order of IDs, that bears the packet name (its first 12 characters
   // count) and whose letter is incoming (true) or outgoing (false); an empty handle when there is
   // none.
