@@ -55,6 +55,11 @@ TEST_F(Attachments, Files_of_one_name_lie_apart_and_count_in_letter_and_store) {
   CMSAttachment again = store.GetAttachment(first.ID());
   again.CorrectSize(-1);
   EXPECT_EQ(letter.Size(), 9u);
+  for (const int size : {50, 0, 2}) {
+    again.Size(size);
+    EXPECT_EQ(letter.Size() * 100 + static_cast<unsigned long>(store.GetFullSize()),
+              static_cast<unsigned long>(size + 7) * 101);
+  }
   letter.DeleteAttachment(again);
   EXPECT_EQ(store.GetFullSize(), 7);
   EXPECT_EQ(Directories(), 1);
@@ -157,7 +162,35 @@ TEST_F(Attachments, Files_that_come_and_go_within_one_batch_keep_the_store_writa
   letter.DeleteAttachment(attachment);
   batch.Commit();
   EXPECT_EQ(Directories(), 0);
+  attachment = Add("first");
+  letter.RemoveAttachments();
+  attachment.Get(Source("second").c_str(), false);
+  batch.Commit();
+  EXPECT_EQ(ReadBytes(attachment.InternalFileName()), "second");
   EXPECT_FALSE(store.IsReadOnly());
+}
+
+TEST_F(Attachments, A_source_moved_within_a_batch_goes_when_copy_and_record_are_on_the_medium) {
+  FaultyFiles faulty;
+  Open();
+  CMSAttachment attachment = Add("stored");
+  std::string synced;
+  faulty.Watch([&](const FaultyFiles::Call& made) {
+    if (made.kind != call::kSync || !fs::exists(dir / "source.txt")) return;
+    const bool copy = CKitFile::DirectoryName(made.path) != dir / "store";
+    synced += copy ? "copy " : CKitFile::BaseName(made.path) + " ";
+  });
+  {
+    const CMSBatch batch(store);
+    letter.AddAttachment(Source("new"), true, "", "", 0);
+    EXPECT_NE(std::exchange(synced, "").find("copy attach3 "), std::string::npos);
+    EXPECT_FALSE(fs::exists(dir / "source.txt"));
+    attachment.Get(Source("other").c_str(), true);
+    EXPECT_EQ(synced.substr(0, 5), "copy ");
+    EXPECT_NE(synced.find(" attach3 "), std::string::npos);
+    EXPECT_FALSE(fs::exists(dir / "source.txt"));
+  }
+  attachment = {}, letter = {}, store = {};
 }
 
 TEST_F(Attachments, Removing_all_keeps_records_except_those_to_be_removed_entirely) {
@@ -222,6 +255,18 @@ TEST_F(Attachments, Stored_names_never_lead_out_of_the_store_and_never_cost_a_da
   EXPECT_THROW(attachment.Get((dir / "victim").c_str(), true), XKitFile);
   letter.DeleteAttachment(attachment);
   EXPECT_TRUE(fs::exists(dir / "victim"));
+  for (const std::string& name :
+       {std::string("docs3.db"), home + "/docs3.db", home + "/x/..//docs3.db"}) {
+    const auto before = fs::file_size(home + "/docs3.db");
+    attachment = Add("x");
+    CMSFieldAccess::Write(attachment, [&](CMSAttachmentData& record) {
+      CMSFieldAccess::PutText(record.InternalFileName, name);
+    });
+    EXPECT_THROW(attachment.Get((dir / "victim").c_str(), true), XKitFile) << name;
+    letter.DeleteAttachment(attachment);
+    EXPECT_TRUE(fs::exists(dir / "victim"));
+    EXPECT_EQ(fs::file_size(home + "/docs3.db"), before) << name;
+  }
 }
 
 }  // namespace

@@ -10,6 +10,7 @@
 #include "ms/Source/Relations.h"
 #include "support/Engine.h"
 #include "support/FaultyFiles.h"
+#include "support/LogSink.h"
 
 namespace {
 
@@ -25,8 +26,9 @@ std::string IndexHeader(std::uint32_t version = 2, std::uint32_t keySize = 4) {
 std::string IndexEntry(char state, std::uint32_t key, std::uint32_t value) {
   return state + Le(key) + Le(value);
 }
-std::string SetHeader() {
-  return "SDXF" + Le(2) + Le(12);
+std::string SetHeader(const std::string& signature = "SDXF", std::uint32_t version = 2,
+                      std::uint32_t size = 12) {
+  return signature + Le(version) + Le(size);
 }
 
 }  // namespace
@@ -99,6 +101,63 @@ TEST(Index, A_failed_write_leaves_file_and_index_as_they_were) {
   EXPECT_TRUE(index.Add(4, 4));
 }
 
+TEST(Index, A_failed_first_header_leaves_nothing_and_a_write_not_undone_ends_all_changes) {
+  Engine engine;
+  FaultyFiles files;
+  files.Fail({.calls = call::kWrite, .written = 5});
+  EXPECT_THROW(CMSIndex(engine.Context(), engine.dir.Path(), "k"), XKitFile);
+  EXPECT_EQ(ReadBytes(engine.dir / "k.idx") + engine.Reports(), "");
+  CMSIndex index(engine.Context(), engine.dir.Path(), "k");
+  EXPECT_EQ(ReadBytes(engine.dir / "k.idx"), IndexHeader());
+  files.Fail({.calls = call::kWrite, .written = 5});
+  files.Fail({.calls = call::kTruncate});
+  EXPECT_THROW(index.Add(1, 1), XKitFile);
+  files.Heal();
+  EXPECT_EQ(CodeOf([&] { index.Add(2, 2); }), 19);
+  EXPECT_EQ(engine.Reports(), " Index k.idx could not be restored\n");
+}
+
+TEST(Relations, Damaged_files_are_reported_and_refused_with_22_and_left_alone) {
+  const std::string link = "\0"s + Le(1) + Le(3) + Le(30), gone = "\x01" + link.substr(1);
+  const std::string wrong = " Set r.db has wrong file header\n";
+  struct Case {
+    std::string bytes, report;
+    bool readOnly;
+  };
+  for (const Case& c :
+       {Case{"", wrong, true}, Case{"SDXF", wrong, false},
+        Case{SetHeader() + link + "x", wrong, false}, Case{SetHeader("SDXG"), wrong, false},
+        Case{SetHeader("SDXF", 3), wrong, false}, Case{SetHeader("SDXF", 2, 13), wrong, false},
+        Case{SetHeader() + link + gone + link, " Set r.db detected duplicate key while loading\n",
+             false},
+        Case{SetHeader("SDXF", 0) + gone + link, "", false}}) {
+    Engine engine;
+    WriteBytes(engine.dir / "r.db", c.bytes);
+    const auto open = [&] { CMSRelationsDB(engine.Context(c.readOnly), engine.dir.Path(), "r"); };
+    EXPECT_EQ(CodeOf(open), c.report.empty() ? 0 : 22) << c.report;
+    EXPECT_EQ(engine.Reports(), c.report);
+    EXPECT_EQ(ReadBytes(engine.dir / "r.db"), c.bytes);
+  }
+}
+
+TEST(Relations, A_compaction_that_fails_ends_all_changes) {
+  for (const std::uint32_t calls : {call::kWrite, call::kTruncate}) {
+    Engine engine;
+    FaultyFiles files;
+    LogSink log;
+    CMSRelationsDB links(engine.Context(), engine.dir.Path(), "r");
+    for (std::uint32_t child : {1u, 2u, 3u}) links.Add({1, 3, child});
+    links.Remove({1, 3, 1});
+    // The first write marks the entry, the second is the compaction's.
+    files.Fail({.calls = calls, .nth = calls == call::kWrite ? 2u : 1u, .written = 5});
+    EXPECT_TRUE(links.Remove({1, 3, 2}));
+    files.Heal();
+    EXPECT_FALSE(links.Contains({1, 3, 2}));
+    EXPECT_EQ(CodeOf([&] { links.Add({1, 3, 4}); }), 19);
+    EXPECT_NE(log.events.find("takes no further changes"), std::string::npos);
+  }
+}
+
 TEST(Relations, Random_changes_match_a_plain_set_through_compaction_and_reopening) {
   Engine engine;
   std::mt19937 random(4711);
@@ -139,11 +198,13 @@ TEST(Relations, Random_changes_match_a_plain_set_through_compaction_and_reopenin
 TEST(Relations, Compaction_packs_live_links_in_order_and_a_walk_goes_on_through_it) {
   Engine engine;
   CMSRelationsDB links(engine.Context(), engine.dir.Path(), "r");
-  for (std::uint32_t child : {50u, 10u, 30u, 20u, 40u}) links.Add({1, 3, child});
+  for (std::uint32_t child : {60u, 50u, 10u, 30u, 20u, 40u}) links.Add({1, 3, child});
   auto place = links.First(1, CMSObjectType::Document);
   unsigned long child = 0;
   ASSERT_TRUE(links.Next(place, child));
   for (std::uint32_t gone : {20u, 10u, 40u}) links.Remove({1, 3, gone});
+  EXPECT_EQ(ReadBytes(engine.dir / "r.db").size(), 12u + 6 * 13);  // as many gone as there are
+  links.Remove({1, 3, 60});
   EXPECT_EQ(ReadBytes(engine.dir / "r.db"),
             SetHeader() + "\0"s + Le(1) + Le(3) + Le(30) + "\0"s + Le(1) + Le(3) + Le(50));
   ASSERT_TRUE(links.Next(place, child));
@@ -159,13 +220,18 @@ TEST(Relations, Compaction_packs_live_links_in_order_and_a_walk_goes_on_through_
 
 TEST(PacketTable, Names_repeat_are_cut_at_twelve_and_found_in_the_order_of_recipients) {
   Engine engine;
+  LogSink log;
   {
     CMSPacketTable packets(engine.Context(), engine.dir.Path(), "p");
     packets.Add("ABCDEFGHIJKLX", 9);
+    const std::string text = "Unexpected packetname ABCDEFGHIJKLX. Truncated to ABCDEFGHIJKL";
+    EXPECT_EQ(std::exchange(log.events, ""), "MS |" + text + "|1\n1|" + text + "|PacketTable:23");
     packets.Add("ABCDEFGHIJKLY", 4);
+    log.events.clear();
     packets.Add("ABCDEFGHIJKL", 6);
     packets.Add("", 7);
     packets.Add("abc", 5);
+    EXPECT_EQ(log.events, "");
   }
   EXPECT_EQ(ReadBytes(engine.dir / "p.db").substr(0, 34),
             IndexHeader(2, 13) + "\0ABCDEFGHIJKL\0"s + Le(9));
@@ -187,6 +253,15 @@ TEST(PacketTable, Names_repeat_are_cut_at_twelve_and_found_in_the_order_of_recip
   packets.DropEntriesWithoutRecipient(recipients);
   EXPECT_EQ(packets.Size(), 1u);
   packets.CheckInvariants();
+
+  // Compacted as a set is: not before more are gone than there are.
+  for (const char* more : {"abc", "bcd", "cde"}) packets.Add(more, 5);
+  for (const char* gone : {"abc", "bcd", "cde"}) {
+    EXPECT_EQ(ReadBytes(engine.dir / "p.db").size(), 16u + 4 * 18) << gone;
+    packets.Remove(gone, 5);
+  }
+  EXPECT_EQ(ReadBytes(engine.dir / "p.db"), IndexHeader(2, 13) + "\0ABCDEFGHIJKL\0"s + Le(4));
+  EXPECT_EQ(packets.Find(name, 0), 4u);
 
   WriteBytes(engine.dir / "q.db", IndexHeader());
   EXPECT_EQ(CodeOf([&] { CMSPacketTable(engine.Context(), engine.dir.Path(), "q"); }), 22);

@@ -113,6 +113,9 @@ TEST_F(Folders, Paths_and_lookup_survive_reopening_and_leave_the_root_out) {
   EXPECT_EQ(a.Type(), -7);
   EXPECT_EQ(a.OpenFolder("B").OpenFolder("same").ID(), first);
   EXPECT_TRUE(b.Clone(root).IsEmpty());
+  const CMSFolder copy = a.Clone(b);
+  EXPECT_EQ(copy.FullName().str() + copy.Props().str(), "A/B/Aprops");
+  EXPECT_EQ(copy.Type(), -7);
   EXPECT_EQ(root.OpenFolder("B").FullName(), "B");
   EXPECT_FALSE(root.IsEmpty());
   EXPECT_FALSE(CKitFile::Exists(dir / "fixme.dat"));
@@ -141,6 +144,8 @@ TEST_F(Folders, Refused_changes_leave_everything_as_it_was) {
 }
 
 TEST_F(Folders, Each_change_sends_its_events_in_order) {
+  // With caches to adjust, by nothing: that is no event.
+  EXPECT_EQ(a.GetUnreadDocumentCount() + b.GetUnreadDocumentCount(), 0);
   events.Take();
   root.CreateFolder("C", "", 0);
   EXPECT_EQ(events.Take(), "F*1 F+4 ");
@@ -188,6 +193,15 @@ TEST_F(Folders, Counters_follow_every_change_and_heal_from_any_bad_entry) {
   EXPECT_EQ(Cache("2") + " " + Cache("3"), "2,0 0,0");
   a.MoveDocument(marked, b);
   EXPECT_EQ(Cache("2") + " " + Cache("3"), "1,0 1,0");
+  CMSDocument sent = NewLetter(a);
+  sent.AddRecipient("", "", "", "", "", "", "", "", "", "", "", "", "", "", recipientflag::Sent, 1);
+  a.MoveDocument(sent, b);
+  EXPECT_EQ(Cache("2") + " " + Cache("3"), "1,0 1,1");
+  b.DeleteDocument(sent);
+  unread.Flag(kMarked);
+  a.MoveDocument(unread, b);
+  EXPECT_EQ(Cache("2") + " " + Cache("3"), "1,0 2,0");  // told twice, moved as one
+  b.MoveDocument(unread, a);
   const std::string path = dir / "ms3.db";
   for (const char* bad : {"", "3", "3,", "3,-1", "-1,0", "x,1", "3;1", "99999999999,1"}) {
     platform::WriteProfileString(path, "ExtraFolderData", "2", bad);
@@ -200,13 +214,36 @@ TEST_F(Folders, Counters_follow_every_change_and_heal_from_any_bad_entry) {
   EXPECT_EQ(a.GetUnreadDocumentCount(), 0);
   root.DeleteFolder(a);
   EXPECT_EQ(Cache("2"), "");
-  marked = unread = {};
+  marked = unread = sent = {};
   Reopen([&] { platform::WriteProfileString(path, "ExtraFolderData", "3", nullptr); }, true);
   events.Take();
   EXPECT_EQ(b.GetUnreadDocumentCount(), 1);
   EXPECT_EQ(events.Take(), "F*3 ");
   EXPECT_EQ(Cache("3"), "");
   EXPECT_EQ(StatusOf([&] { b.Type(1); }), 19);
+}
+
+TEST_F(Folders, A_move_that_fails_leaves_the_letter_with_one_link_to_the_folder_it_was_in) {
+  NewLetter(a);
+  // The new link, then the end of the old one.
+  for (const unsigned nth : {1u, 2u}) {
+    FaultyFiles files;
+    files.Fail({.calls = call::kWrite, .nth = nth, .path = "rltns3.db"});
+    Reopen([] {});
+    CMSDocument letter = store.GetDocument(4);
+    EXPECT_THROW(a.MoveDocument(letter, b), XKitFile);
+    EXPECT_EQ(letter.ParentID(), 2u);
+    letter = {};
+    Reopen([&] { files.Heal(); });
+    std::list<CMSDocument> inA, inB;
+    a.Documents(inA);
+    b.Documents(inB);
+    EXPECT_EQ(inA.size() * 10 + inB.size(), 10u) << nth;
+    inA.clear();
+    root = a = b = {}, store = {};
+  }
+  store = OpenStore(dir.Path());
+  EXPECT_FALSE(CKitFile::Exists(dir / "fixme.dat"));
 }
 
 TEST_F(Folders, Ends_of_a_link_that_disagree_are_reported_and_never_deleted) {

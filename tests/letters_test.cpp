@@ -6,9 +6,9 @@
 #include <vector>
 
 #include "support/Engine.h"
+#include "support/LogSink.h"
 #include "support/OpenStore.h"
 
-#include "kit/LogDispatcher.h"
 #include "ms/Source/ObjectAccess.h"
 #include "ms/Source/Subject.h"
 
@@ -188,6 +188,68 @@ TEST_F(Letters, What_was_stored_is_there_after_reopening) {
   EXPECT_EQ(CodeOf([&] { letter.Name("x"); }), 19);
 }
 
+std::string Joined(std::initializer_list<CKitString> texts) {
+  std::string all;
+  for (const CKitString& text : texts) all += text.str() + "|";
+  return all;
+}
+
+TEST_F(Letters, Each_text_of_a_creation_goes_to_its_own_field) {
+  CMSDocument l = root.CreateDocument("Sub", "Reg", "21.02.2003 04:05", "Net", "WG", "U", "WSN",
+                                      "WGN", "UN", 0x8, 5);
+  EXPECT_EQ(
+      Joined({l.Name(), l.RegNumber(), l.CreationData(), l.ObsoleteSenderNetAddr(), l.SenderIDWG(),
+              l.SenderIDU(), l.SenderWSName(), l.SenderWGName(), l.SenderUserName()}),
+      "Sub|Reg|21.02.2003 04:05|Net|WG|U|WSN|WGN|UN|");
+  EXPECT_EQ(l.Flag() * 10 + l.RegNum(), 85);
+  const CKitString packed = "16.07.2008 09:10", got = "11.12.2013 14:15", read = "16.01.2018 19:20";
+  const CMSRecipient r = l.AddRecipient(packed, "Env", "Net", "S", "WG", "U", "WSN", "WGN", "UN",
+                                        "Note", "Rec", got, "Rea", read, 0x100, 6);
+  const CMSRecipient::CMSRcptData d(packed, "Env", "Net", "S", "WG", "U", "WSN", "WGN", "UN",
+                                    "Note", "Rec", got, "Rea", read);
+  const std::string all = Joined({packed, got, read}) + "Env|Net|S|WG|U|WSN|WGN|UN|Note|Rec|Rea|";
+  EXPECT_EQ(Joined({r.PackDateTime(), r.ReceiveDateTime(), r.ReadDateTime(), r.TransEnvFileName(),
+                    r.ObsoleteNetAddr(), r.IDWS(), r.IDWG(), r.IDU(), r.WSName(), r.WGName(),
+                    r.UserName(), r.Annotation(), r.Receiver(), r.Reader()}),
+            all);
+  EXPECT_EQ(Joined({d.PackDate, d.ReceiveDate, d.ReadDate, d.TransEnvFileName, d.ObsoleteNetAddr,
+                    d.IDWS.Text(), d.IDWG.Text(), d.IDU.Text(), d.WSName, d.WGName, d.UserName,
+                    d.Annotation, d.Receiver, d.Reader}),
+            all);
+  EXPECT_EQ(r.Flag() + r.Category(), 0x106);
+}
+
+TEST_F(Letters, New_letters_keep_subjects_of_354_characters) {
+  for (const std::size_t length : {100u, 101u, 354u, 355u, 400u}) {
+    std::string subject(length, 'a');
+    for (std::size_t i = 0; i < length; ++i) subject[i] = static_cast<char>('a' + i % 26);
+    const CMSDocument l = root.CreateDocument(subject, "R", "", "", "", "", "", "", "", 0, 0);
+    EXPECT_EQ(l.Name().str(), subject.substr(0, 354));
+    EXPECT_EQ(l.RegNumber().str() + l.LetterPath().str(), "R");
+    EXPECT_EQ(l.CreationTime(), 0u);
+  }
+}
+
+TEST_F(Letters, An_envelope_name_given_again_and_the_place_of_a_letter) {
+  CMSFolder folder = root.CreateFolder("A", "", 0).CreateFolder("B", "", 0);
+  CMSDocument letter = folder.CreateDocument("", "", "", "", "", "", "", "", "", kIncoming, 0);
+  CMSRecipient recipient = Address(letter, 0, "ENVELOPE");
+  for (int i = 0; i < 2; ++i) {
+    recipient.TransEnvFileName("ENVELOPE");
+    EXPECT_EQ(store.FindRecipient("ENVELOPE", true), recipient);
+  }
+  letter.DeleteRecipient(recipient);
+  EXPECT_FALSE(store.FindRecipient("ENVELOPE", true));
+  EXPECT_EQ(letter.GetLocation(), "A/B");
+  const unsigned long id = letter.ID();
+  letter = {}, recipient = {}, folder = root = {}, store = {};
+  CKeyCarrier keys;
+  CGroupID group;
+  store =
+      CMSMessageStore(files.dir.Path().c_str(), keys, nullptr, group, false, true, nullptr, "Mine");
+  EXPECT_EQ(store.GetDocument(id).GetLocation(), "Mine/A/B");
+}
+
 TEST_F(Letters, Registration_numbers) {
   const auto distilled = [&](const char* text) {
     return NewLetter(kIncoming, text).DistillRegNumber();
@@ -233,6 +295,13 @@ TEST_F(Letters, Only_the_last_unread_attachment_makes_a_letter_read) {
   EXPECT_FALSE(letter.IsUnread());
   second.Flag(0);
   EXPECT_EQ(events.Take(), "1/0 ");
+  CMSDocument marked = NewLetter(kIncoming | kMarked);
+  CMSAttachment last = Attach(marked, 0);
+  events.Take();
+  marked.DeleteAttachment(last);
+  EXPECT_EQ(events.Take(), "* ");  // marked as it is, it still counts
+  root.DeleteDocument(marked);
+  events.Take();
   letter.DeleteAttachment(second);
   EXPECT_EQ(events.Take(), "* 0/0 ");
   first.DateTime(CKitDateTime(5));
@@ -240,6 +309,12 @@ TEST_F(Letters, Only_the_last_unread_attachment_makes_a_letter_read) {
   CMSDocument::CMSDocAttachmentInfo info;
   letter.AttachmentInfo(info);
   EXPECT_EQ(info.encryption * 100 + info.signature * 10 + info.read, 221u);
+  Attach(letter, attachmentflag::Encrypted | attachmentflag::Signed);
+  Attach(letter, attachmentflag::NotCounted | attachmentflag::Encrypted);
+  letter.AttachmentInfo(info);
+  EXPECT_EQ(info.encryption * 100 + info.signature * 10 + info.read, 333u);
+  EXPECT_TRUE(Attach(letter, attachmentflag::SignedOtherwise).IsSigned());
+  EXPECT_FALSE(first.IsSigned());
 }
 
 TEST_F(Letters, Delivery_follows_the_recipients) {
@@ -261,22 +336,28 @@ TEST_F(Letters, Delivery_follows_the_recipients) {
   letter.RcptInfo(info);
   EXPECT_EQ(info.bit4 * 100 + info.bit8 * 10 + info.bit20, 321u);
   EXPECT_EQ(letter.GetRecipientCount(), 2);
+  for (const long flag : {0x200L, 0x40L}) {
+    Address(letter, flag);
+    letter.RcptInfo(info);
+    EXPECT_EQ(info.bit40 * 10 + info.bit200, flag == 0x200 ? 23u : 33u);
+  }
+  letter.Flag(kIncoming);
+  // To an incoming letter it is all one.
+  events.Take();
+  CMSRecipient late = Address(letter, 0x4);
+  late.Flag(0x20);
+  late.Flag(0x4);
+  letter.DeleteRecipient(late);
+  EXPECT_EQ(events.Take(), "");
 }
 
 TEST_F(Letters, Current_recipient_categories_and_order) {
-  struct Sink : CLogSink {
-    void WriteLogFormatted(const char*, const char*, int) override {}
-    int ReportLog(int, const char* text, const char* source, int) override {
-      return last = std::string(source) + ": " + text, 0;
-    }
-    std::string last;
-  } sink;
   CMSDocument letter = NewLetter();
   CMSRecipient other = Address(letter, 0, "", "G", "U1");
-  CLogSink* const previous = SetLogSink(&sink);
+  const LogSink log;
   EXPECT_FALSE(letter.GetCurrentRecipient());
-  SetLogSink(previous);
-  EXPECT_EQ(sink.last, "Doc: Unable to find current recipient for document #x00000002");
+  EXPECT_NE(log.events.find("1|Unable to find current recipient for document #x00000002|Doc:"),
+            std::string::npos);
   CMSRecipient current = Address(letter, recipientflag::Current, "", "G", "U2");
   EXPECT_EQ(letter.GetCurrentRecipient(), current);
   letter.SetCategory("G", "U2", 9);

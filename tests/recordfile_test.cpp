@@ -13,6 +13,7 @@
 
 namespace {
 
+using namespace std::string_literals;
 using Folders = CMSDB<unsigned long, CMSFolderData>;
 constexpr std::size_t kContainer = 12 + sizeof(CMSFolderData);
 
@@ -34,12 +35,12 @@ struct RecordFile : testing::Test {
     std::memcpy(&word, Bytes().data() + offset, sizeof word);
     return word;
   }
-  // Changes a word of the file while nobody has it open.
+  // Changes a word of the file in place: whoever has it mapped sees it.
   void SetWord(std::size_t offset, std::uint32_t value) {
-    std::string bytes = Bytes();
+    std::fstream file(engine.dir / "f.db", std::ios::binary | std::ios::in | std::ios::out);
     const LittleU32 word = value;
-    std::memcpy(bytes.data() + offset, &word, sizeof word);
-    WriteBytes(engine.dir / "f.db", bytes);
+    file.seekp(static_cast<std::streamoff>(offset))
+        .write(reinterpret_cast<const char*>(&word), sizeof word);
   }
   static std::size_t At(std::uint32_t index) { return 48 + index * kContainer; }
 };
@@ -185,7 +186,7 @@ TEST_F(RecordFile, Broken_containers_are_reported_by_name_and_nothing_runs_outsi
     EXPECT_EQ(Word(32), 1u) << c.report;
   }
   // The index leads to a container that bears another key, or to none.
-  for (const std::uint32_t container : {1u, 5000u}) {
+  for (const std::uint32_t container : {1u, 5000u, kNoContainer}) {
     WriteBytes(engine.dir / "f.db", good);
     std::string wrong = index;
     const LittleU32 value = container;
@@ -198,11 +199,65 @@ TEST_F(RecordFile, Broken_containers_are_reported_by_name_and_nothing_runs_outsi
     const auto read = [&] { Folders::ReadPtr(*file, number, 1); };
     EXPECT_EQ(CodeOf(read), container == 1 ? 0 : 74);
     EXPECT_EQ(CodeOf([&] { Folders::WritePtr(*file, number, 1); }), 74);
-    EXPECT_EQ(engine.Reports(),
-              " DB f.db detected mismatch in index and real data key (getting object)\n"
-              " DB f.db detected mismatch in index and real data key (reading)\n"
-              " DB f.db detected mismatch in index and real data key (writing)\n");
+    EXPECT_EQ(CodeOf([&] { remove(*file); }), 74);
+    EXPECT_EQ(
+        engine.Reports(),
+        " DB f.db detected mismatch in index and real data key (getting object)\n"
+        " DB f.db detected mismatch in index and real data key (reading)\n"
+        " DB f.db detected mismatch in index and real data key (writing)\n"
+        "DB f.db has detected " +
+            std::string(container == 1 ? "mismatch in index and real data key" : "invalid index") +
+            " being deleting object\n");
   }
+}
+
+TEST_F(RecordFile, A_chain_lost_while_the_file_is_open_is_reported_and_refused) {
+  auto file = Open();
+  const CMSFolderData data{};
+  file->Insert(1, &data);
+  SetWord(28, kNoContainer);
+  EXPECT_EQ(CodeOf([&] { file->Insert(2, &data); }), 74);
+  EXPECT_EQ(engine.Reports(), "DB f.db has encountered an unknown error while growing data file\n");
+}
+
+TEST_F(RecordFile, Headers_that_cannot_be_read_or_written_are_errors_5_and_6) {
+  FaultyFiles files;
+  files.Fail({.calls = call::kWrite, .written = 10, .path = "f.db"});
+  EXPECT_EQ(CodeOf([&] { Open(); }), 6);
+  EXPECT_EQ(Bytes(), "");
+  Open();
+  files.Fail({.calls = call::kRead, .path = "f.db"});
+  EXPECT_EQ(CodeOf([&] { Open(); }), 5);
+  EXPECT_EQ(engine.Reports(), "");
+  EXPECT_EQ(Bytes().size(), 48u);
+}
+
+TEST_F(RecordFile, Containers_may_begin_further_on_and_need_not_be_zero_when_freed) {
+  const CMSFolderData data = Named("n");
+  Open()->Insert(1, &data);
+  const std::string bytes = Bytes();
+  WriteBytes(engine.dir / "f.db", bytes.substr(0, 48) + std::string(16, '#') + bytes.substr(48));
+  SetWord(8, 64);
+  SetWord(36, 0);
+  auto file = Open();
+  EXPECT_STREQ(Folders::ReadPtr(*file, 1, 1)->Name, "n");
+  EXPECT_TRUE(file->Delete(1));
+  EXPECT_EQ(Word(16 + At(0) + 8), 1u);
+  EXPECT_EQ(Bytes().substr(16 + At(0) + 12 + 16, 2), "n\0"s);
+  for (std::uint32_t key = 2; key <= 102; ++key) EXPECT_EQ(file->Insert(key, &data), key - 1);
+  EXPECT_EQ(Bytes().size(), 16 + At(200));
+  EXPECT_EQ(Bytes().substr(48, 16), std::string(16, '#'));
+  file->CheckInvariants();
+}
+
+TEST_F(RecordFile, A_deletion_that_the_index_does_not_learn_of_ends_all_changes) {
+  FaultyFiles files;
+  auto file = Open();
+  const CMSFolderData data{};
+  file->Insert(1, &data);
+  files.Fail({.calls = call::kWrite, .path = "f.idx"});
+  EXPECT_THROW(file->Delete(1), XKitFile);
+  EXPECT_EQ(CodeOf([&] { file->Insert(2, &data); }), 19);
 }
 
 TEST_F(RecordFile, The_thread_that_closes_the_last_record_grows_the_file_for_a_waiting_insert) {
@@ -272,4 +327,21 @@ TEST_F(RecordFile, Objects_share_one_cell_and_go_stale_together) {
   made->owner->Release(*made);
   made->owner->Release(*found);
   EXPECT_EQ(objects.Get(3), nullptr);
+}
+
+// It would hang: the insert waits for the record, whose holder waits for the insert.
+TEST_F(RecordFile, Who_holds_a_record_gets_objects_while_a_creation_waits_for_it) {
+  CMSObjectDB<CMSFolderData> objects(engine.Context(), engine.dir.Path(), "f", nullptr);
+  const auto release = [](CMSDBObject* cell) { cell->owner->Release(*cell); };
+  for (std::uint32_t key = 1; key <= 100; ++key) release(objects.Create(key, Named("x")));
+  std::thread creator;
+  {
+    const Folders::ReadPtr open(objects.File(), 1, 1);
+    creator = std::thread([&] { release(objects.Create(101, Named("y"))); });
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_EQ(objects.File().UsedCount(), 100u);
+    release(objects.Get(2));
+  }
+  creator.join();
+  EXPECT_EQ(objects.File().Find(101), 101u);
 }

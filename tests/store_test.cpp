@@ -2,13 +2,16 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstdlib>
 #include <filesystem>
+#include <functional>
 #include <mutex>
 #include <optional>
 #include <random>
 #include <thread>
 
-#include "ms/Source/MSFixer.h"
+#include "ms/Source/ObjectAccess.h"
+#include "ms/Source/RecordFile.h"
 #include "ms/Source/StoreFiles.h"
 #include "platform/Profile.h"
 #include "support/Engine.h"
@@ -104,6 +107,126 @@ TEST_F(Store, Readers_share_and_exclude_a_writer_and_change_nothing) {
   EXPECT_TRUE(two.WriteCustomData("Client", "key", "value"));
   EXPECT_EQ(one.GetCustomData("client", "KEY"), "value");
   EXPECT_EQ(ReadBytes(dir / "docs3.db"), before);
+  platform::WriteProfileString(dir / "ms3.db", "Maintenance", "State", "left over");
+  read = {}, one = {}, two = {};
+  one = Open(true);
+  EXPECT_EQ(State(), "Active");
+  one = {};
+  EXPECT_EQ(State(), "Closed");
+}
+
+// As a client's global store: destroyed when main has returned and much else is gone already.
+CMSMessageStore g_store;
+
+TEST_F(Store, A_process_that_ends_closes_its_global_store_and_one_that_dies_leaves_it_active) {
+  const auto use = [&] {
+    g_store = Open(false, Level::Operation);
+    Address(Letter(g_store.Root()), "PACKET");
+  };
+  EXPECT_EXIT((use(), std::exit(0)), testing::ExitedWithCode(0), "");
+  EXPECT_EQ(State(), "Closed");
+  EXPECT_EXIT((use(), std::_Exit(3)), testing::ExitedWithCode(3), "");
+  EXPECT_EQ(State(), "Active");
+  EXPECT_EQ(Open(true).GetDocumentCount(), 2u);
+}
+
+TEST_F(Store, An_opening_that_overlaps_a_closing_marks_the_store_open_or_finds_it_in_use) {
+  FaultyFiles files;
+  CMSMessageStore first = Open();
+  std::string state = "Active";
+  std::function<void()> meanwhile = [&] { first = {}; };
+  files.Watch([&](const FaultyFiles::Call& made) {
+    if (made.kind != call::kSync || !made.path.ends_with("ms3.db") || State() != state) return;
+    if (const auto act = std::exchange(meanwhile, nullptr)) act();
+  });
+  CMSMessageStore second = Open();
+  EXPECT_FALSE(first.IsValid());
+  EXPECT_EQ(State(), "Active");
+  state = "Closed";
+  meanwhile = [&] { EXPECT_EQ(CodeOf([&] { Open(); }), 17); };
+  second = {};
+  EXPECT_FALSE(meanwhile);
+}
+
+TEST_F(Store, Counters_last_and_a_master_file_that_cannot_take_them_leaves_the_store_active) {
+  WriteBytes(dir / "five", "12345");
+  Letter(Open().Root()).AddAttachment(dir / "five", false, "", "", 0);
+  EXPECT_EQ(Setting("Size") + " " + Setting("LastID"), "5 3");
+  FaultyFiles files;
+  {
+    CMSMessageStore store = Open();
+    EXPECT_EQ(store.GetFullSize(), 5);
+    constexpr auto kWrites = call::kWrite | call::kReplace;
+    files.Fail({.calls = kWrites, .forGood = true, .path = "ms3.db"});
+    EXPECT_EQ(store.Root().CreateFolder("A", "", 0).ID(), 4u);
+    files.Heal();
+    files.Fail({.calls = kWrites, .path = "ms3.db"});  // once more: the state could be written
+  }
+  EXPECT_EQ(State(), "Active");
+  EXPECT_EQ(Open().Root().CreateFolder("B", "", 0).ID(), 5u);
+  EXPECT_EQ(State(), "Closed");
+}
+
+TEST_F(Store, Openings_that_fail_at_the_root_folder_do_not_keep_later_stores_from_syncing) {
+  FaultyFiles files;
+  for (int i = 0; i < 17; ++i) {
+    files.Fail({.calls = call::kWrite, .nth = 2, .path = "folders3.db"});
+    EXPECT_EQ(CodeOf([&] { Open(false, Level::Operation); }), 6);
+    EXPECT_FALSE(CKitFile::Exists(dir / "folders3.db"));
+  }
+  files.Heal();
+  CMSMessageStore store = Open(false, Level::Operation);
+  const unsigned before = files.Count(call::kSync);
+  store.Root().Type(1);
+  EXPECT_EQ(files.Count(call::kSync), before + 1);
+}
+
+TEST_F(Store, Client_data_that_cannot_be_synced_is_refused_and_ends_all_changes) {
+  FaultyFiles files;
+  CMSMessageStore store = Open();
+  // The first sync is that of the new file before it takes the old one's place.
+  files.Fail({.calls = call::kSync, .nth = 2, .path = "ms3.db"});
+  EXPECT_FALSE(store.WriteCustomData("client", "key", "value"));
+  files.Heal();
+  EXPECT_TRUE(store.IsReadOnly());
+  EXPECT_EQ(CodeOf([&] { store.Root().CreateFolder("x", "", 0); }), 19);
+  store = {};
+  EXPECT_EQ(State(), "Active");
+}
+
+TEST_F(Store, IDs_of_more_than_32_bits_name_nothing) {
+  if constexpr (sizeof(unsigned long) == 4) GTEST_SKIP();
+  constexpr unsigned long kBeyond = 1UL << 31 << 1;
+  CMSMessageStore store = Open();
+  const CMSFolder root = store.Root();
+  EXPECT_EQ(Letter(root).CreateEmptyLetterText().ID(), 3u);
+  EXPECT_FALSE(store.GetFolder(kBeyond + 1) || root.OpenFolder(kBeyond + 1));
+  EXPECT_FALSE(store.GetDocument(kBeyond + 2) || root.OpenDocument(kBeyond + 2));
+  EXPECT_FALSE(store.GetAttachment(kBeyond + 3));
+}
+
+TEST_F(Store, Stores_of_a_relative_path_stay_where_they_were_opened) {
+  const auto here = std::filesystem::current_path();
+  WriteBytes(dir / "note.txt", "note");
+  for (const char* path : {"x", "."}) {
+    std::filesystem::current_path(dir.Path());
+    CMSMessageStore store = OpenStore(path);
+    const CMSAttachment note = Letter(store.Root()).AddAttachment("note.txt", false, "", "", 0);
+    std::filesystem::current_path(here);
+    EXPECT_EQ(ReadBytes(note.InternalFileName()), "note");
+    const std::string stored = CMSFieldAccess::Text(note, &CMSAttachmentData::InternalFileName);
+    EXPECT_EQ(std::count(stored.begin(), stored.end(), '\\'), 1) << stored;
+    EXPECT_TRUE(stored.ends_with("\\note.txt")) << stored;
+  }
+}
+
+TEST_F(Store, A_store_without_any_folder_gets_its_root_at_the_next_opening) {
+  Open();
+  CMSDurability durability(Level::Process, dir.Path());
+  const CMSEngineContext context{g_MSBaseInformer, durability, false};
+  EXPECT_TRUE(CMSRecordFile(context, dir.Path(), "folders3", sizeof(CMSFolderData)).Delete(1));
+  EXPECT_FALSE(Open(true).Root());
+  EXPECT_EQ(Open().Root().Name(), "Root");
 }
 
 TEST_F(Store, No_ID_is_ever_issued_twice_whatever_the_master_file_says) {
@@ -177,7 +300,11 @@ TEST_F(Store, Each_level_waits_for_just_what_it_promises) {
     unsigned waitedWithin = 0;
     {
       CMSBatch batch(store);
-      work(store);
+      {
+        CMSBatch inner(store);
+        work(store);
+        inner.Commit();
+      }
       waitedWithin = files.Count(kWaits) - syncs - each;
       batch.Commit();
     }

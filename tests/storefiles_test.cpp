@@ -3,12 +3,15 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <thread>
+#include <vector>
 
-#include "kit/LogDispatcher.h"
 #include "ms/Source/MSFixer.h"
+#include "ms/Source/StoreFiles.h"
 #include "ms/Source/corrupted.h"
 #include "platform/Profile.h"
 #include "platform/Time.h"
+#include "support/LogSink.h"
 #include "support/OpenStore.h"
 #include "support/TempDir.h"
 
@@ -21,17 +24,7 @@ platform::Instant FixedClock() {
   return instant;
 }
 
-class Sink : public CLogSink {
- public:
-  void WriteLogFormatted(const char* text, const char* prefix, int severity) override {
-    events += KitFormat("%s|%s|%d\n", prefix, text, severity);
-  }
-  int ReportLog(int severity, const char* text, const char* source, int line) override {
-    events += KitFormat("%d|%s|%s:%d", severity, text, source, line);
-    return 0;
-  }
-  std::string events;
-};
+const std::string kHead = "07/03/2005 14:02:09.041 ======== Request for repair\r\n The reason is: ";
 
 struct Informer : CMSClientInformer {
   void OnIncompleteStore(const std::list<CKitString>& missing, const CKitString& path) override {
@@ -45,14 +38,8 @@ struct Informer : CMSClientInformer {
 
 class StoreFiles : public testing::Test {
  protected:
-  StoreFiles() {
-    platform::SetClock(FixedClock);
-    SetLogSink(&sink);
-  }
-  ~StoreFiles() override {
-    SetLogSink(nullptr);
-    platform::SetClock(nullptr);
-  }
+  StoreFiles() { platform::SetClock(FixedClock); }
+  ~StoreFiles() override { platform::SetClock(nullptr); }
   void Remove(const std::string& name) { EXPECT_TRUE(CKitFile::RemoveEx(dir / name)); }
   std::string Value(const char* section, const char* key) const {
     return platform::ReadProfileString(dir / "ms3.db", section, key, "none", 100);
@@ -81,7 +68,7 @@ class StoreFiles : public testing::Test {
   }
 
   TempDir dir;
-  Sink sink;
+  LogSink sink;
   std::string refusal;
 };
 
@@ -91,9 +78,7 @@ TEST_F(StoreFiles, A_report_is_journalled_requested_and_logged) {
   const std::string text = "MS requests to be repaired ( first, " + dir.Path() + ")";
   EXPECT_EQ(sink.events, "MS |" + text + "|2\n2|" + text + "|ms\\Source\\corrupted:93");
   g_MSBaseInformer.InformBaseIsCorrupted(dir.Path(), "second");
-  const std::string head =
-      "07/03/2005 14:02:09.041 ======== Request for repair\r\n The reason is: ";
-  EXPECT_EQ(ReadBytes(dir / "fixme.dat"), head + " first\r\n" + head + "second\r\n");
+  EXPECT_EQ(ReadBytes(dir / "fixme.dat"), kHead + " first\r\n" + kHead + "second\r\n");
   EXPECT_EQ(ReadBytes(dir / "ms3.db"),
             "[Mine]\r\nkey=value\r\n[Maintenance]\r\nRepairRequest=1\r\n");
   CKitFolder::MakeFolder(dir / "sub");
@@ -102,21 +87,55 @@ TEST_F(StoreFiles, A_report_is_journalled_requested_and_logged) {
   EXPECT_FALSE(CKitFile::Exists(dir / "sub/ms3.db"));
 }
 
+TEST_F(StoreFiles, Reports_of_several_threads_are_whole_one_after_the_other) {
+  struct Slow : LogSink {
+    void WriteLogFormatted(const char* text, const char* prefix, int severity) override {
+      LogSink::WriteLogFormatted(text, prefix, severity);
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+  } slow;
+  const auto reason = [](int t) {
+    return std::string(static_cast<std::size_t>(900 * t + 1), static_cast<char>('a' + t));
+  };
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 4; ++t) {
+    threads.emplace_back([&, t] {
+      for (int i = 0; i < 10; ++i) g_MSBaseInformer.InformBaseIsCorrupted(dir.Path(), reason(t));
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  std::string journal = ReadBytes(dir / "fixme.dat");
+  const auto take = [](std::string& from, const std::string& what) {
+    const auto at = from.find(what);
+    ASSERT_NE(at, std::string::npos) << what;
+    from.erase(at, what.size());
+  };
+  for (int i = 0; i < 40; ++i) {
+    const std::string text =
+        "MS requests to be repaired (" + reason(i % 4) + ", " + dir.Path() + ")";
+    take(slow.events, "MS |" + text + "|2\n2|" + text + "|ms\\Source\\corrupted:93");
+    take(journal, kHead + reason(i % 4) + "\r\n");
+  }
+  EXPECT_EQ(journal + slow.events, "");
+}
+
 TEST_F(StoreFiles, Record_files_make_a_store_and_derived_ones_a_healthy_one) {
   EXPECT_FALSE(CMSMessageStore::IsMSDirectory(dir.Path().c_str()));
   OpenStore(dir.Path());
+  for (std::size_t i = 0; i < storefiles::kRequired.size(); ++i) {
+    const std::string path = dir / storefiles::kRequired[i];
+    const bool record = i == 0 || i == 2 || i == 4 || i == 6;
+    std::filesystem::rename(path, dir / "aside");
+    EXPECT_EQ(CMSMessageStore::IsMSDirectory(dir.Path().c_str()), !record) << path;
+    EXPECT_EQ(MSF::CFixer::IsRequiresRepair(dir.Path().c_str()), !record) << path;
+    std::filesystem::rename(dir / "aside", path);
+  }
   const auto here = std::filesystem::current_path();
   std::filesystem::current_path(dir.Path());
   EXPECT_TRUE(CMSMessageStore::IsMSDirectory(nullptr));
   EXPECT_FALSE(MSF::CFixer::IsRequiresRepair(nullptr));
   std::filesystem::current_path(here);
-  Remove("packets3.db");
-  EXPECT_TRUE(MSF::CFixer::IsRequiresRepair(dir.Path().c_str()));
-  EXPECT_TRUE(CMSMessageStore::IsMSDirectory(dir.Path().c_str()));
-  WriteBytes(dir / "packets3.db", "");
-  Remove("rcpt3.db");
   EXPECT_FALSE(MSF::CFixer::IsRequiresRepair((dir.Path() + "/").c_str()));
-  EXPECT_FALSE(CMSMessageStore::IsMSDirectory(dir.Path().c_str()));
 }
 
 TEST_F(StoreFiles, An_incomplete_store_is_set_aside_whole_or_left_alone) {

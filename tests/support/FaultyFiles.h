@@ -13,6 +13,7 @@
 #include <bit>
 #include <cerrno>
 #include <cstdint>
+#include <functional>
 #include <mutex>
 
 #include "platform/File.h"
@@ -44,6 +45,14 @@ class FaultyFiles final : public platform::FileSystem {
     std::string path = {};    // only on paths that contain this
   };
 
+  // A Write, Sync or Flush, just before it is made.
+  struct Call {
+    std::uint32_t kind;
+    const std::string& path;
+    std::uint64_t offset = 0, length = 0;
+    const std::byte* view = nullptr;  // of a Flush: the mapped file
+  };
+
   FaultyFiles() : m_real(platform::Files()), m_previous(platform::SetFiles(this)) {}
   ~FaultyFiles() override { platform::SetFiles(m_previous); }
 
@@ -57,6 +66,9 @@ class FaultyFiles final : public platform::FileSystem {
   }
   // Lets file times tick every 10 ms only, as some systems' do.
   void CoarsenTimes() { m_tickNs = 10'000'000; }
+  // Called on the thread that makes the call. Set it, and take it back (null), while no other
+  // thread uses the files.
+  void Watch(std::function<void(const Call&)> watch) { m_watch = std::move(watch); }
   // How many calls of these kinds there were, failed ones included.
   unsigned Count(std::uint32_t calls) const {
     const std::lock_guard guard(m_mutex);
@@ -122,6 +134,7 @@ class FaultyFiles final : public platform::FileSystem {
       m_length = m_real->Length();
     }
     Status Flush(std::uint64_t offset, std::uint64_t length) override {
+      m_files.Tell({call::kFlush, m_path, offset, length, m_base});
       return m_files.Do(call::kFlush, m_path, [&] { return m_real->Flush(offset, length); });
     }
 
@@ -143,6 +156,7 @@ class FaultyFiles final : public platform::FileSystem {
     Status Write(std::uint64_t offset, const void* data, std::size_t size,
                  std::size_t& done) override {
       done = 0;
+      m_files.Tell({call::kWrite, m_path, offset, size});
       std::size_t part = size;
       const Status failure = m_files.Check(call::kWrite, m_path, &part);
       const Status status = m_real->Write(offset, data, std::min(part, size), done);
@@ -164,6 +178,7 @@ class FaultyFiles final : public platform::FileSystem {
       return Do(call::kStartWriteOut, [&] { return m_real->StartWriteOut(); });
     }
     Status Sync() override {
+      m_files.Tell({call::kSync, m_path});
       return Do(call::kSync, [&] { return m_real->Sync(); });
     }
     Status Map(std::uint64_t length, platform::Access access,
@@ -187,6 +202,10 @@ class FaultyFiles final : public platform::FileSystem {
     const std::string m_path;
     const std::unique_ptr<platform::File> m_real;
   };
+
+  void Tell(const Call& call) const {
+    if (m_watch) m_watch(call);
+  }
 
   template <class Real>
   Status Do(std::uint32_t kind, const std::string& path, Real real) {
@@ -239,6 +258,7 @@ class FaultyFiles final : public platform::FileSystem {
   platform::FileSystem& m_real;
   platform::FileSystem* const m_previous;
   std::atomic<std::int64_t> m_tickNs{1};
+  std::function<void(const Call&)> m_watch;
   mutable std::mutex m_mutex;  // guards what follows
   std::vector<Fault> m_faults;
   std::array<unsigned, 32> m_counts{};
