@@ -79,6 +79,13 @@ class CMSEntryMap {
     return m_entries.IsEnd(at) ? std::nullopt : std::optional<Entry>(m_entries.At(at));
   }
 
+  // The entry with the greatest key.
+  std::optional<Entry> Last() const {
+    const CSharedLocker guard(m_lock);
+    Sort();
+    return m_entries.Size() > 0 ? std::optional<Entry>(m_entries.Last()) : std::nullopt;
+  }
+
   // Calls body with a function that tells whether a key is there: quick for keys in rising order.
   // The lock is held meanwhile.
   template <class Body>

@@ -51,6 +51,11 @@ class CMSIndex {
   void Ask(Body body) const {
     m_map.Ask(body);
   }
+  // 0 when there is none.
+  std::uint32_t GreatestKey() const {
+    const auto entry = m_map.Last();
+    return entry ? entry->key : 0;
+  }
   // Calls body(key, container) in key order.
   template <class Body>
   void ForEach(Body body) const {

@@ -26,10 +26,13 @@ std::uint32_t HighestKey(CMSObjectDB<T>& database) {
   const auto look = [&](std::uint32_t key) {
     if (key <= kMaxObjectID) highest = std::max(highest, key);
   };
-  database.File().Index().ForEach([&](std::uint32_t key, std::uint32_t) { look(key); });
+  const CMSIndex& index = database.File().Index();
+  look(index.GreatestKey());
+  // Keys that no object can have hide the others behind them.
+  if (index.GreatestKey() > kMaxObjectID)
+    index.ForEach([&](std::uint32_t key, std::uint32_t) { look(key); });
   // An index that has lost entries does not tell all keys; the records do.
-  if (database.File().Index().Size() != database.File().UsedCount())
-    database.File().ForEachKey(look);
+  if (index.Size() != database.File().UsedCount()) database.File().ForEachKey(look);
   return highest;
 }
 

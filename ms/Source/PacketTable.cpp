@@ -23,13 +23,14 @@ CPacketName CPacketName::Known(const std::string& name) {
   return known;
 }
 
+// What a damaged file holds behind the end of a name is no part of it.
 CPacketName CPacketNameCodec::Decode(const std::byte* payload) {
   CPacketName name;
-  std::memcpy(name.m_name.data(), payload, CPacketName::kLength);
-  // Whatever a damaged file holds behind the end of a name is no part of it.
-  char* const end = name.m_name.data() + CPacketName::kLength;
-  if (char* const zero = std::find(name.m_name.data(), end, '\0'); zero != end)
-    std::fill(zero, end, '\0');
+  const void* const zero = std::memchr(payload, 0, CPacketName::kLength);
+  const std::size_t length =
+      zero == nullptr ? CPacketName::kLength
+                      : static_cast<std::size_t>(static_cast<const std::byte*>(zero) - payload);
+  std::memcpy(name.m_name.data(), payload, length);
   return name;
 }
 

@@ -79,11 +79,9 @@ class CMSSortedRuns {
   }
 
   // For an entry whose key is greater than all others.
-  void PushBack(const Entry& entry) {
-    if (m_runs.empty() || m_runs.back().size() == kRunLength) {
-      m_runs.emplace_back().reserve(kRunLength);
-      m_firsts.push_back(Order::Of(entry));
-    }
+  // Inlined into the loading loop, the entry never takes the way through memory.
+  [[gnu::always_inline]] void PushBack(const Entry& entry) {
+    if (m_runs.empty() || m_runs.back().size() == kRunLength) StartRun(Order::Of(entry));
     m_runs.back().push_back(entry);
     ++m_size;
   }
@@ -156,6 +154,11 @@ class CMSSortedRuns {
   }
 
  private:
+  void StartRun(const Key& first) {
+    m_runs.emplace_back().reserve(kRunLength);
+    m_firsts.push_back(first);
+  }
+
   // Keys are often spread evenly, as those of objects of one kind are: a guess from the ends of the
   // run costs one look where halving it would cost several, each in another cache line.
   static std::size_t LowerBoundIn(const std::vector<Entry>& run, const Key& key) {
