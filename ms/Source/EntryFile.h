@@ -46,7 +46,7 @@ class CMSEntryFile {
   void Rewrite(std::size_t count, Next next);
 
  private:
-  static constexpr std::size_t kBlockEntries = 8192;
+  static constexpr std::size_t kBlockEntries = 2048;
 
   void Open(const std::string& directory);
   bool IsValid();

@@ -11,22 +11,19 @@
 // bytes follows it.
 template <class Name, class Codec>
 struct CMSMultiIndexTraits {
+  // Equal names come in the order of their values; equal pairs may repeat. An entry is its own key,
+  // so that sorting copies none.
   struct Entry {
     Name name{};
     std::uint32_t value = 0;
     std::uint32_t slot = 0;
+    auto operator<=>(const Entry&) const = default;
   };
-  // Equal names come in the order of their values; equal pairs may repeat.
-  struct Key {
-    Name name{};
-    std::uint32_t value = 0;
-    std::uint32_t slot = 0;
-    auto operator<=>(const Key&) const = default;
-  };
+  using Key = Entry;
   static constexpr CMSEntryFormat kFormat = Codec::kFormat;
   static constexpr bool kUnique = false;
 
-  static Key Of(const Entry& entry) { return {entry.name, entry.value, entry.slot}; }
+  static const Key& Of(const Entry& entry) { return entry; }
   static Entry Decode(const std::byte* payload, std::uint32_t slot) {
     LittleU32 value;
     std::memcpy(&value, payload + kFormat.keySize, sizeof value);

@@ -32,9 +32,12 @@ class CPacketName {
  private:
   friend struct CPacketNameCodec;
   std::uint64_t Head() const {
-    std::uint64_t head = 0;
-    for (std::size_t i = 0; i < 8; ++i) head = head << 8 | static_cast<unsigned char>(m_name[i]);
-    return head;
+    // Written out, it becomes one load.
+    const auto at = [this](std::size_t i) {
+      return std::uint64_t{static_cast<unsigned char>(m_name[i])};
+    };
+    return at(0) << 56 | at(1) << 48 | at(2) << 40 | at(3) << 32 | at(4) << 24 | at(5) << 16 |
+           at(6) << 8 | at(7);
   }
   std::array<char, kLength + 1> m_name{};
 };
