@@ -33,10 +33,6 @@ class CSharedLock {
     Lock();
     m_depth = depth;
   }
-  // True when the calling thread holds it.
-  bool IsHeld() const {
-    return m_owner.load(std::memory_order_relaxed) == std::this_thread::get_id();
-  }
 
  private:
   std::mutex m_mutex;

@@ -1,7 +1,6 @@
 #include "EntryFile.h"
 
 #include <cstring>
-#include <utility>
 
 #include "Errors.h"
 #include "OpenFile.h"

@@ -72,7 +72,6 @@ void CMSMessageStoreImp::OpenFiles(bool isNew) {
   if (!isNew) m_master.CheckReadable();
   // There is nothing to read in a directory without a store: no trace of the attempt stays behind.
   if (!isNew || !m_readOnly) MarkActive();
-  ReadCounters();
   OpenDatabases();
   // Whoever held the files until now may have written its last values meanwhile.
   if (!isNew || !m_readOnly) MarkActive();

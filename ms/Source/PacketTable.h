@@ -20,7 +20,6 @@ class CPacketName {
   // The same without a word, for a name that has been given before.
   static CPacketName Known(const std::string& name);
 
-  bool IsEmpty() const { return m_name[0] == 0; }
   const char* c_str() const { return m_name.data(); }
   bool operator==(const CPacketName&) const = default;
   // Byte for byte; the first eight at once, since opening sorts many names.
