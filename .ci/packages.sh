@@ -1,7 +1,7 @@
 # shellcheck shell=bash disable=SC2034
 # Sourced by ./demo and ./test: the Debian packages that a build needs, and how they get here.
 packages_build=(g++ cmake ninja-build ccache pkg-config libgtest-dev libbenchmark-dev libgmime-3.0-dev
-  libcli11-dev nlohmann-json3-dev)
+  libcli11-dev libgcrypt20-dev nlohmann-json3-dev)
 packages_check=(clang clang-format clang-tidy)
 
 # need PACKAGE...: installs those that are missing; ends the script, with their names, where it may not.

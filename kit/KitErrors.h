@@ -32,8 +32,11 @@ namespace kit {
 inline constexpr int kStatusFileMissing = 4;
 inline constexpr int kStatusInvalidHandle = 6;
 inline constexpr int kStatusReadOnly = 19;
+inline constexpr int kStatusKeyUnusable = 32;
 inline constexpr int kStatusNotSupported = 50;
+inline constexpr int kStatusKeyRefused = 73;
 inline constexpr int kStatusInvalidArgument = 87;
+inline constexpr int kStatusAttachmentMissing = 196;
 inline constexpr int kStatusDeadlock = 1131;
 }  // namespace kit
 

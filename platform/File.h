@@ -59,6 +59,8 @@ struct FileInfo {
   std::uint64_t length = 0;
   std::int64_t modified = 0;  // seconds since 1970-01-01 UTC
   std::uint32_t attributes = 0;
+  // Others than the owner may read, write or run it. Only POSIX tells; false elsewhere.
+  bool othersMayAccess = false;
   // Changes whenever another file stands under the path or the content was written through the
   // system.
   struct Stamp {

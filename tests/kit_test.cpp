@@ -129,6 +129,12 @@ TEST(KitFile, Removing_copes_with_write_protection_and_wiping_overwrites_first) 
   files.Fail({.calls = call::kRemove, .cause = platform::Cause::AccessDenied});
   EXPECT_TRUE(CKitFile::RemoveEx(dir / "other"));
   EXPECT_EQ(files.Count(call::kRemove), 2U);
+
+  WriteBytes(dir / "secret", "secret");  // not removed before the zeros are safe
+  files.Fail({.calls = call::kSync});
+  EXPECT_THROW(ZeroAndDeleteFile(dir / "secret"), XKitFile);
+  EXPECT_EQ(files.Count(call::kRemove), 2U);
+  EXPECT_EQ(ReadBytes(dir / "secret"), std::string(6, '\0'));
 }
 
 TEST(Folders, Made_found_listed_and_removed) {

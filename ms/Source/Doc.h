@@ -7,9 +7,13 @@
 #include "Relations.h"
 #include "kit/KitString.h"
 
+class CAbstractAsymmKey;
+class CGroupID;
+class CKeyCarrier;
 class CMSAttachment;
 class CMSFolder;
 class CMSRecipient;
+struct CryptAddInfo;
 
 // Bits of CMSDocument::Flag; all others are the client's.
 namespace docflag {
@@ -158,6 +162,27 @@ class MS_API CMSDocument : public CMSObject<CMSDocumentData> {
 
   // To another folder of the same store.
   void Move(CMSFolder& target);
+
+  // ---- The letter's key: 32 bytes with which its attachments are enciphered, stored enciphered
+  // for a key carrier (kit/MemoryEncryption.h). A letter that loses its last encrypted attachment
+  // loses its key.
+
+  // Deciphers the key into the 32 bytes at key and answers key; null, with nothing written there,
+  // when the letter has none. XKitStatus 32 when it cannot be recovered.
+  void* Key(const CKeyCarrier* carrier, CAbstractAsymmKey* asymm, void* key) const;
+  // Enciphers the 32 bytes at key for the carrier and the group (at most 12 characters) and stores
+  // them; null clears the key. XKitStatus 73 when the encryption answers 73, 32 for every other
+  // failure: the key area is then unusable, the crypto info as it was.
+  void Key(CKeyCarrier* carrier, CAbstractAsymmKey* asymm, const void* key, CGroupID& group);
+  void ClearKey();
+  // The stored key as it is, to carry it to another letter: 32 bytes enciphered key, 4 bytes
+  // integrity value, 8 bytes initialisation value, 13 bytes group.
+  void GetRawKeys(void* block, void* integrity, void* init, void* group) const;
+  void SetRawKeys(const void* block, const void* integrity, const void* init, const void* group);
+  // What the key was enciphered with. A key can only be recovered with the info that it was stored
+  // with. The group is the stored one; setting leaves it alone.
+  void GetCryptInfoEx(CryptAddInfo& info) const;
+  void SetCryptInfoEx(const CryptAddInfo& info);
 
  private:
   friend class CMSAttachment;

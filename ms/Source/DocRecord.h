@@ -16,3 +16,6 @@ CMSDocumentData MakeDocumentRecord(std::uint32_t folder, const CKitString& subje
                                    const CKitString& senderIDWG, const CKitString& senderIDU,
                                    const CKitString& senderWSName, const CKitString& senderWGName,
                                    const CKitString& senderUserName, long flags, long regNum);
+
+// Clears the enciphered key, and the crypto info value that says that the others are filled.
+void DropKey(CMSDocumentData& record);

@@ -1,5 +1,6 @@
 // The state of a letter: its flags, whether it is unread or undelivered, and how its folder learns
 // of a change.
+#include "DocRecord.h"
 #include "DocWalk.h"
 
 using Access = CMSFieldAccess;
@@ -182,9 +183,7 @@ void CMSDocument::StoreEncryptedState() {
   Access::Write(*this, [&](Record& record) {
     const long others = record.Flag & ~docflag::Encrypted;
     record.Flag = static_cast<std::int32_t>(others | (encrypted ? docflag::Encrypted : 0));
-    if (encrypted) return;
-    std::memset(record.Key, 0, sizeof record.Key);
-    record.CryptInfo[4] = 0;
+    if (!encrypted) DropKey(record);
   });
 }
 

@@ -51,6 +51,7 @@ FileInfo InfoOf(const struct stat& from) {
   info.length = static_cast<std::uint64_t>(from.st_size);
   info.modified = from.st_mtim.tv_sec;
   info.attributes = AttributesOf(from.st_mode);
+  info.othersMayAccess = (from.st_mode & (S_IRWXG | S_IRWXO)) != 0;
   info.stamp = {from.st_dev, from.st_ino, info.length, Nanoseconds(from.st_mtim),
                 Nanoseconds(from.st_ctim)};
   return info;

@@ -53,6 +53,7 @@ FileInfo InfoOf(const BY_HANDLE_FILE_INFORMATION& from) {
   info.modified = modifiedNs / kNanoseconds;
   info.attributes =
       from.dwFileAttributes & (attribute::ReadOnly | attribute::Directory | attribute::Archive);
+  info.othersMayAccess = false;  // access lists are the administrator's business
   info.stamp = {from.dwVolumeSerialNumber, Joined(from.nFileIndexHigh, from.nFileIndexLow),
                 info.length, modifiedNs, SinceEpochNs(from.ftCreationTime)};
   return info;

@@ -1,0 +1,175 @@
+// The key of a letter, enciphered by the memory encryption in use, and what goes with it. The store
+// itself never looks into any of it.
+#include <algorithm>
+#include <exception>
+
+#include "DocRecord.h"
+#include "FieldSetters.h"
+#include "kit/MemoryEncryption.h"
+
+using Access = CMSFieldAccess;
+using Record = CMSDocumentData;
+
+namespace {
+
+static_assert(sizeof(Record::Key) == kDocumentKeySize);
+static_assert(sizeof(Record::KeyIntegrity) == kKeyIntegritySize);
+static_assert(sizeof(Record::KeyInit) == kKeyInitSize);
+
+// The index of the value that is 0 until the carrier's configuration has been taken over.
+constexpr std::size_t kFilled = 4;
+
+// An encryption that reports success for a block that means "no key".
+constexpr int kNoBlock = -1;
+
+void RequireBuffers(std::initializer_list<const void*> buffers) {
+  if (std::ranges::find(buffers, nullptr) == buffers.end()) return;
+  throw XKitStatus(kit::kStatusInvalidArgument, "a buffer for the key of a letter is missing");
+}
+
+bool HasKey(const Record& record) {
+  return std::ranges::any_of(record.Key, [](unsigned char byte) { return byte != 0; });
+}
+
+CryptAddInfo InfoIn(const Record& record) {
+  const auto& from = record.CryptInfo;
+  return {from[0],
+          from[1],
+          from[2],
+          static_cast<std::uint8_t>(from[3] & 0xFF),
+          static_cast<std::uint8_t>(from[kFilled] & 0xFF),
+          CGroupID(Access::TextOf(record.KeyGroup))};
+}
+
+void PutInfo(Record& record, const CryptAddInfo& info) {
+  auto& to = record.CryptInfo;
+  to[0] = info.Value1;
+  to[1] = info.Value2;
+  to[2] = info.Value3;
+  to[3] = info.Value4;
+  to[kFilled] = info.Value5;
+}
+
+void AskCarrier(const CKeyCarrier* carrier, CryptAddInfo& info) {
+  if (info.Value5 != 0 || carrier == nullptr) return;
+  const CSafeServiceConfig config = carrier->SafeServiceConfig();
+  info.Value4 = config.Value4;
+  info.Value5 = config.Value5;
+}
+
+// What came of a call to the encryption. An exception of its own is kept too: it must not cut the
+// change of the store short, which would make the next opening distrust a store that is sound.
+struct Outcome {
+  int code = 0;
+  std::exception_ptr thrown;
+  bool Ok() const { return code == 0 && thrown == nullptr; }
+};
+
+template <class Body>
+Outcome Attempt(Body body) {
+  try {
+    return {body(), nullptr};
+  } catch (...) {
+    return {0, std::current_exception()};
+  }
+}
+
+void RequireDone(const CMSDocument& letter, const Outcome& outcome, int code, const char* failed,
+                 const char* advice) {
+  if (outcome.Ok()) return;
+  if (outcome.thrown != nullptr) std::rethrow_exception(outcome.thrown);
+  throw XKitStatus(
+      code,
+      KitFormat("the key of letter %lu in the store '%s' cannot be %s: the memory encryption "
+                "answered %d. %s",
+                letter.ID(), StoreOf(letter).Directory().c_str(), failed, outcome.code, advice));
+}
+
+}  // namespace
+
+void DropKey(CMSDocumentData& record) {
+  std::ranges::fill(record.Key, static_cast<unsigned char>(0));
+  record.CryptInfo[kFilled] = 0;
+}
+
+void* CMSDocument::Key(const CKeyCarrier* carrier, CAbstractAsymmKey* asymm, void* key) const {
+  RequireBuffers({key});
+  bool found = false;
+  const Outcome outcome = Access::Read(*this, [&](const Record& record) -> Outcome {
+    found = HasKey(record);
+    if (!found) return {};
+    return Attempt([&] {
+      const CryptAddInfo info = InfoIn(record);
+      return MemoryEncryption().DecryptMemoryEx(carrier, asymm, info.Group, record.Key,
+                                                sizeof record.Key, record.KeyInit,
+                                                record.KeyIntegrity, info, key);
+    });
+  });
+  RequireDone(*this, outcome, kit::kStatusKeyUnusable, "recovered",
+              "Use the key carrier and the crypto info that it was stored with.");
+  return found ? key : nullptr;
+}
+
+void CMSDocument::Key(CKeyCarrier* carrier, CAbstractAsymmKey* asymm, const void* key,
+                      CGroupID& group) {
+  if (key == nullptr) {
+    ChangeRecord(*this, DropKey);
+    return;
+  }
+  Access::CheckFits(group.Text(), sizeof(Record::KeyGroup), "workgroup ID of a letter's key");
+  Outcome outcome;
+  ChangeRecord(*this, [&](Record& record) {
+    outcome = Attempt([&] {
+      CMemoryEncryption& encryption = MemoryEncryption();
+      encryption.RandomFill(encryption.GetFixedKey(), record.KeyInit, sizeof record.KeyInit);
+      std::ranges::fill(record.KeyGroup, '\0');
+      Access::PutText(record.KeyGroup, group.Text());
+      CryptAddInfo info = InfoIn(record);
+      AskCarrier(carrier, info);
+      const int code =
+          encryption.EncryptMemoryEx(carrier, asymm, group, key, kDocumentKeySize, record.KeyInit,
+                                     record.KeyIntegrity, info, record.Key);
+      if (code != 0) return code;
+      if (!HasKey(record)) return kNoBlock;
+      PutInfo(record, info);
+      return 0;
+    });
+  });
+  const bool refused = outcome.code == kit::kStatusKeyRefused;
+  RequireDone(*this, outcome, refused ? kit::kStatusKeyRefused : kit::kStatusKeyUnusable, "stored",
+              "The letter has no usable key now; store it again with a key carrier that works.");
+}
+
+void CMSDocument::ClearKey() {
+  ChangeRecord(
+      *this, [](Record& record) { std::ranges::fill(record.Key, static_cast<unsigned char>(0)); });
+}
+
+void CMSDocument::GetRawKeys(void* block, void* integrity, void* init, void* group) const {
+  RequireBuffers({block, integrity, init, group});
+  Access::Read(*this, [&](const Record& record) {
+    std::memcpy(block, record.Key, sizeof record.Key);
+    std::memcpy(integrity, record.KeyIntegrity, sizeof record.KeyIntegrity);
+    std::memcpy(init, record.KeyInit, sizeof record.KeyInit);
+    std::memcpy(group, record.KeyGroup, sizeof record.KeyGroup);
+  });
+}
+
+void CMSDocument::SetRawKeys(const void* block, const void* integrity, const void* init,
+                             const void* group) {
+  RequireBuffers({block, integrity, init, group});
+  ChangeRecord(*this, [&](Record& record) {
+    std::memcpy(record.Key, block, sizeof record.Key);
+    std::memcpy(record.KeyIntegrity, integrity, sizeof record.KeyIntegrity);
+    std::memcpy(record.KeyInit, init, sizeof record.KeyInit);
+    std::memcpy(record.KeyGroup, group, sizeof record.KeyGroup);
+  });
+}
+
+void CMSDocument::GetCryptInfoEx(CryptAddInfo& info) const {
+  info = Access::Read(*this, InfoIn);
+}
+
+void CMSDocument::SetCryptInfoEx(const CryptAddInfo& info) {
+  ChangeRecord(*this, [&](Record& record) { PutInfo(record, info); });
+}
