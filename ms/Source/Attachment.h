@@ -56,6 +56,9 @@ class MS_API CMSAttachment : public CMSObject<CMSAttachmentData> {
   // the source away. The letter's totals are not told. XKitFile when that fails; a failed copy
   // leaves the stored file as it was.
   void Get(const char* source, bool move);
+  // Copies nothing and answers an empty handle: children are copied with their letter, or by
+  // CMSDocument::AcceptAttachments.
+  CMSAttachment Clone(CMSDocument& target);
 
  private:
   friend class CMSDocument;

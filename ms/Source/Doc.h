@@ -49,6 +49,9 @@ class MS_API CMSDocument : public CMSObject<CMSDocumentData> {
     unsigned int bit200 = 0;
   };
 
+  // A copy failed because the store could not hold one of its objects (reported and logged).
+  class MS_API XCloneError {};
+
   CMSDocument() = default;
 
   // At most 354 characters, less the length of LetterPath; what is longer is cut.
@@ -162,6 +165,27 @@ class MS_API CMSDocument : public CMSObject<CMSDocumentData> {
 
   // To another folder of the same store.
   void Move(CMSFolder& target);
+
+  // ---- Copies, into a folder of any open store. The source is not changed; its children are taken
+  // as they stand at one moment.
+
+  // Header fields and crypto info alone, without bit Complete: no key, no children, no letter path.
+  CMSDocument BlankCopy(CMSFolder& target) const;
+  // The whole letter: fields, key as it is stored, attachments with their files, recipients.
+  // missingFiles: an attachment whose file is gone is recorded without one (bit 0x80); otherwise it
+  // is XKitStatus 196. Copies all or nothing: whatever fails (XCloneError, XKitFile, XKitStatus),
+  // no record, link, packet name or file of the copy stays; only a medium that fails may leave some
+  // for a repair to remove, or the whole letter. Until the copy is whole it lacks bits Complete and
+  // Incoming, so a repair removes what a crash leaves of it, and listeners are told once more at
+  // the end.
+  CMSDocument Clone(CMSFolder& target, bool missingFiles) const;
+  // Adds copies of another letter's recipients, but for those in the list (may be null). keepState:
+  // with flag, pack, receive and read data and envelope name; otherwise those are left empty.
+  void AcceptRecipients(const CMSDocument& source, const std::list<CMSRecipient>* except,
+                        bool keepState);
+  // Adds copies of another letter's attachments, but for those in the list (may be null). XKitFile
+  // for a missing file; what was added before stays.
+  void AcceptAttachments(const CMSDocument& source, const std::list<CMSAttachment>* except);
 
   // ---- The letter's key: 32 bytes with which its attachments are enciphered, stored enciphered
   // for a key carrier (kit/MemoryEncryption.h). A letter that loses its last encrypted attachment

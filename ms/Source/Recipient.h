@@ -84,6 +84,10 @@ class MS_API CMSRecipient : public CMSObject<CMSRecipientData> {
   long Category() const;
   void Category(long category);
 
+  // Copies nothing and answers an empty handle: children are copied with their letter, or by
+  // CMSDocument::AcceptRecipients.
+  CMSRecipient Clone(CMSDocument& target);
+
   // Sent and not delivered.
   bool IsUndelivered() const;
   static bool IsUndelivered(long flags);
