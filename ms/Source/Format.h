@@ -31,6 +31,7 @@ class CMSLittle {
 using LittleU16 = CMSLittle<std::uint16_t>;
 using LittleU32 = CMSLittle<std::uint32_t>;
 using LittleI32 = CMSLittle<std::int32_t>;
+using LittleU64 = CMSLittle<std::uint64_t>;
 
 // "None" among container indexes and links.
 inline constexpr std::uint32_t kNoContainer = 0xFFFFFFFF;

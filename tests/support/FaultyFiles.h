@@ -15,6 +15,7 @@
 #include <cstdint>
 #include <functional>
 #include <mutex>
+#include <optional>
 
 #include "platform/File.h"
 
@@ -66,6 +67,8 @@ class FaultyFiles final : public platform::FileSystem {
   }
   // Lets file times tick every 10 ms only, as some systems' do.
   void CoarsenTimes() { m_tickNs = 10'000'000; }
+  // What a volume answers instead of the truth.
+  void SetFreeSpace(std::uint64_t bytes) { m_freeSpace = bytes; }
   // Called on the thread that makes the call. Set it, and take it back (null), while no other
   // thread uses the files.
   void Watch(std::function<void(const Call&)> watch) { m_watch = std::move(watch); }
@@ -122,7 +125,11 @@ class FaultyFiles final : public platform::FileSystem {
     return Do(call::kSyncVolume, path, [&] { return m_real.SyncVolume(path); });
   }
   Status FreeSpace(const std::string& path, std::uint64_t& bytes) override {
-    return Do(call::kSpace, path, [&] { return m_real.FreeSpace(path, bytes); });
+    return Do(call::kSpace, path, [&] {
+      const Status status = m_real.FreeSpace(path, bytes);
+      if (m_freeSpace) bytes = *m_freeSpace;
+      return status;
+    });
   }
 
  private:
@@ -259,6 +266,7 @@ class FaultyFiles final : public platform::FileSystem {
   platform::FileSystem* const m_previous;
   std::atomic<std::int64_t> m_tickNs{1};
   std::function<void(const Call&)> m_watch;
+  std::optional<std::uint64_t> m_freeSpace;
   mutable std::mutex m_mutex;  // guards what follows
   std::vector<Fault> m_faults;
   std::array<unsigned, 32> m_counts{};

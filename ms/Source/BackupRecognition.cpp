@@ -1,0 +1,182 @@
+#include "BackupRecognition.h"
+
+#include <algorithm>
+#include <set>
+#include <tuple>
+
+#include "kit/Hash64.h"
+
+namespace {
+
+// Calls body with every letter below the folder. Folders of a damaged store may go in a circle.
+template <class Body>
+void EachLetter(const CMSFolder& root, Body body) {
+  std::unordered_set<unsigned long> entered{root.ID()};
+  std::vector<CMSFolder> open{root};
+  while (!open.empty()) {
+    const CMSFolder folder = open.back();
+    open.pop_back();
+    CMSDocument document;
+    for (auto at = folder.GetFirstDocumentPosition(); folder.GetNextDocument(document, at);) {
+      body(document);
+    }
+    CMSFolder child;
+    for (auto at = folder.GetFirstFolderPosition(); folder.GetNextFolder(child, at);) {
+      if (entered.insert(child.ID()).second) open.push_back(child);
+    }
+  }
+}
+
+std::uint64_t HashOf(const CMSLetterImage& image) {
+  return CHash64().Add(image.fields).Value();
+}
+
+std::uint32_t NumberOf(const CMSDocument& document) {
+  return static_cast<std::uint32_t>(document.ID());
+}
+
+}  // namespace
+
+CMSBackupRecognition::CMSBackupRecognition(const CMSMessageStore& source,
+                                           const CMSMessageStore& target, const CMSBackupMap& map,
+                                           std::function<void()> tick)
+    : m_source(source), m_target(target), m_map(map), m_tick(std::move(tick)) {}
+
+std::vector<CMSBackupDecision> CMSBackupRecognition::Decide(
+    const std::vector<std::uint32_t>& letters) {
+  using Way = CMSBackupDecision::Way;
+  std::vector<CMSBackupDecision> decisions;
+  decisions.reserve(letters.size());
+  for (const std::uint32_t id : letters) {
+    decisions.push_back(AskMap(m_source.GetDocument(id)));
+    m_tick();
+  }
+  AskFolders();
+  const auto isOpen = [](const CMSBackupDecision& one) {
+    return one.way == Way::Copy || one.way == Way::Replace;
+  };
+  if (!m_target.IsValid() || std::none_of(decisions.begin(), decisions.end(), isOpen)) {
+    return decisions;
+  }
+  CollectCandidates();
+  for (std::size_t i = 0; i < letters.size(); ++i) {
+    if (isOpen(decisions[i])) FindByContent(m_source.GetDocument(letters[i]), decisions[i]);
+  }
+  for (CMSBackupDecision& one : decisions) {
+    if (!IsMapOfSource() || m_claimed.count(one.superseded) != 0) one.superseded = 0;
+    if (isOpen(one)) one.way = one.superseded != 0 ? Way::Replace : Way::Copy;
+  }
+  SortOutRemains(letters);
+  return decisions;
+}
+
+CMSBackupDecision CMSBackupRecognition::AskMap(const CMSDocument& letter) {
+  CMSBackupDecision decision;
+  if (!letter) {
+    decision.way = CMSBackupDecision::Way::Gone;
+    return decision;
+  }
+  const auto* entry = m_map.Find(CMSObjectType::Document, NumberOf(letter));
+  if (entry == nullptr) return decision;
+  const CMSDocument copy = m_target.GetDocument(entry->target);
+  if (!copy || m_claimed.count(entry->target) != 0) return decision;
+  try {
+    ++m_known;
+    const CMSLetterImage image = ImageOf(letter);
+    if (IsCopy(image, copy, &entry->stamp)) {
+      ++m_agreed;
+      m_claimed.insert(entry->target);
+      decision.way = CMSBackupDecision::Way::Keep;
+      decision.target = entry->target;
+      decision.stamp = image.stamp;
+    } else if (MayBeOneLetter(TraitsOf(letter), TraitsOf(copy))) {
+      ++m_agreed;
+      decision.way = CMSBackupDecision::Way::Replace;
+      decision.superseded = entry->target;
+    }
+  } catch (const XKitMsg&) {
+    // Copying the letter will tell what cannot be read.
+  }
+  return decision;
+}
+
+bool CMSBackupRecognition::IsCopy(const CMSLetterImage& letter, const CMSDocument& copy,
+                                  const std::uint64_t* stamp) {
+  const CMSLetterImage other = ImageOf(copy);
+  if (letter.fields != other.fields) return false;
+  return (stamp != nullptr && *stamp == letter.stamp) || HoldSameBytes(letter, other);
+}
+
+void CMSBackupRecognition::AskFolders() {
+  for (const auto& entry : m_map.Entries()) {
+    if (entry.kind != CMSObjectType::Folder) continue;
+    const CMSFolder folder = m_source.GetFolder(entry.source);
+    const CMSFolder copy = m_target.GetFolder(entry.target);
+    if (!folder || !copy) continue;
+    ++m_known;
+    if (folder.Name() == copy.Name()) ++m_agreed;
+  }
+}
+
+void CMSBackupRecognition::CollectCandidates() {
+  std::unordered_set<std::uint32_t> seen;  // a move that was cut off leaves a letter in two folders
+  EachLetter(m_target.Root(), [&](const CMSDocument& letter) {
+    const std::uint32_t id = NumberOf(letter);
+    if (m_claimed.count(id) != 0 || !seen.insert(id).second) return;
+    try {
+      m_candidates.emplace(HashOf(ImageOf(letter)), id);
+      const bool isNamed = m_map.NamesTarget(CMSObjectType::Document, id);
+      if (!isNamed && !letter.IsAction(docflag::Complete)) m_remains.push_back(id);
+    } catch (const XKitMsg&) {
+      // A letter that cannot be read is nobody's copy.
+    }
+  });
+}
+
+// One in a folder of the same name comes first: of letters that are there twice, each finds its
+// own.
+void CMSBackupRecognition::FindByContent(const CMSDocument& letter, CMSBackupDecision& decision) {
+  if (m_candidates.empty() || !letter) return;
+  try {
+    const CMSLetterImage image = ImageOf(letter);
+    const auto [begin, end] = m_candidates.equal_range(HashOf(image));
+    if (begin == end) return;
+    const CKitString place = letter.Parent().FullName();
+    auto best = end;
+    for (auto it = begin; it != end; ++it) {
+      const CMSDocument copy = m_target.GetDocument(it->second);
+      if (!IsCopy(image, copy, nullptr)) continue;
+      best = it;
+      if (copy.Parent().FullName() == place) break;
+    }
+    if (best == end) return;
+    decision.way = CMSBackupDecision::Way::Keep;
+    decision.target = best->second;
+    decision.stamp = image.stamp;
+    m_claimed.insert(best->second);
+    m_candidates.erase(best);
+  } catch (const XKitMsg&) {
+    // As above.
+  }
+}
+
+// A copy that was cut off has its letter's header already, but not yet the mark of a whole one.
+void CMSBackupRecognition::SortOutRemains(const std::vector<std::uint32_t>& letters) {
+  if (!IsMapOfSource()) m_remains.clear();
+  if (m_remains.empty()) return;
+  const auto header = [](const CMSLetterTraits& traits) {
+    return std::make_tuple(traits.creationTime, traits.subject, traits.sender);
+  };
+  std::set<std::tuple<std::uint32_t, std::string, std::string>> whole;
+  for (const std::uint32_t id : letters) {
+    try {
+      const CMSLetterTraits traits = TraitsOf(m_source.GetDocument(id));
+      if (traits.isComplete) whole.insert(header(traits));
+    } catch (const XKitMsg&) {
+      // As above, or it has gone meanwhile.
+    }
+  }
+  std::erase_if(m_remains, [&](std::uint32_t id) {
+    return m_claimed.count(id) != 0 || whole.count(header(TraitsOf(m_target.GetDocument(id)))) == 0;
+  });
+}

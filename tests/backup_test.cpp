@@ -1,0 +1,447 @@
+// Backups: what is copied, recognised, replaced and left alone, whatever happened in between.
+#include "ms/Source/Archiver.h"
+
+#include <gtest/gtest.h>
+
+#include <set>
+#include <thread>
+
+#include "kit/KitDateTime.h"
+#include "tests/support/FaultyFiles.h"
+#include "tests/support/LogSink.h"
+#include "tests/support/OpenStore.h"
+#include "tests/support/TempDir.h"
+
+namespace {
+
+using Status = CMSArchiver::CStatus;
+
+void Describe(const CMSFolder& folder, std::multiset<std::string>& found) {
+  const std::string path = folder.FullName();
+  found.insert(KitFormat("%s|%ld|%s", path.c_str(), folder.Type(), folder.Props().c_str()));
+  CMSDocument letter;
+  for (auto place = folder.GetFirstDocumentPosition(); folder.GetNextDocument(letter, place);) {
+    if (letter.ParentID() != folder.ID()) continue;  // the second link of a move that was cut off
+    std::string text =
+        KitFormat("%s: %s %lu %ld %ld %lu", path.c_str(), letter.Name().c_str(),
+                  letter.CreationTime(), letter.Flag(), letter.RegNum(), letter.Size());
+    CMSAttachment file;
+    for (auto at = letter.GetFirstAttachmentPosition(); letter.GetNextAttachment(file, at);) {
+      text += KitFormat(" [%s %ld %u %ld]", file.Name().c_str(), file.Flag(),
+                        file.DateTime().Seconds(), file.Size()) +
+              ReadBytes(file.InternalFileName());
+    }
+    CMSRecipient recipient;
+    for (auto at = letter.GetFirstRecipientPosition(); letter.GetNextRecipient(recipient, at);) {
+      text += KitFormat(" <%s %s %ld>", recipient.UserName().c_str(),
+                        recipient.TransEnvFileName().c_str(), recipient.Flag());
+    }
+    found.insert(text);
+  }
+  CMSFolder child;
+  for (auto at = folder.GetFirstFolderPosition(); folder.GetNextFolder(child, at);)
+    Describe(child, found);
+}
+
+std::multiset<std::string> Everything(CMSMessageStore store) {
+  std::multiset<std::string> found;
+  Describe(store.Root(), found);
+  return found;
+}
+std::multiset<std::string> Everything(const std::string& directory) {
+  return Everything(OpenStore(directory, true));
+}
+
+std::map<std::string, std::string> FilesOf(const std::string& directory) {
+  std::map<std::string, std::string> files;
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(directory))
+    if (entry.is_regular_file()) files[entry.path()] = ReadBytes(entry.path());
+  return files;
+}
+
+struct Callback : CMSArchiver::CStatusCallback {
+  bool OnProgress(const Status& status) override {
+    last = status;
+    phases.insert(status.Phase);
+    return stopAfter == 0 || ++calls < stopAfter;
+  }
+  int OnError(const Status& status, unsigned long detail) override {
+    errors += KitFormat("%u %u %lu;", status.Phase, status.Error, detail);
+    texts += status.ErrorText;
+    if (beforeAnswer) beforeAnswer();
+    return answer;
+  }
+  std::string Counts() const {
+    return KitFormat("%u copied, %u replaced, %u moved, %u unchanged, %u failed, %u removed",
+                     last.Copied, last.Replaced, last.Moved, last.Unchanged, last.Failed,
+                     last.Removed);
+  }
+  Status last;
+  std::set<std::uint32_t> phases;
+  unsigned calls = 0, stopAfter = 0;
+  std::string errors, texts;
+  int answer = 1;
+  std::function<void()> beforeAnswer;
+};
+
+class BackupTest : public testing::Test {
+ protected:
+  BackupTest() : source(OpenStore(dir / "source")) {
+    inbox = source.Root().CreateFolder("INBOX", "p", 2);
+    lists = inbox.CreateFolder("lists", "", 0);
+    for (int i = 0; i < 4; ++i) Letter(i % 2 == 0 ? inbox : lists, KitFormat("letter %d", i));
+  }
+
+  CMSDocument Letter(CMSFolder& folder, const std::string& subject) {
+    const std::string file = dir / "text.txt";
+    WriteBytes(file, "text of " + subject);
+    const CKitString minute(KitFormat("07.03.2024 09:%02d", ++letters));
+    CMSDocument letter = folder.CreateDocument(subject, "", minute, "", "", "", "", "", "sender",
+                                               docflag::Incoming, 5);
+    letter.AddAttachment(file, false, "text", "text", attachmentflag::Body);
+    letter.AddRecipient("", "PACK" + subject.substr(subject.size() - 1), "", "", "", "", "", "",
+                        "reader", "", "", "", "", "", recipientflag::Sent, 0);
+    letter.Flag(letter.Flag() | docflag::Complete);
+    return letter;
+  }
+  CMSDocument Find(const std::string& subject, CMSFolder folder) {
+    CMSDocument letter;
+    for (auto place = folder.GetFirstDocumentPosition(); folder.GetNextDocument(letter, place);)
+      if (letter.Name() == subject) return letter;
+    return {};
+  }
+
+  // What the callback counted.
+  std::string Backup(std::uint32_t options = 0, const std::string& target = "backup") {
+    Callback callback;
+    CMSArchiver archiver;
+    archiver.SetStatusCallback(&callback);
+    CMSBackupSettings settings;
+    settings.Options = options;
+    settings.CountRule = true;
+    settings.LettersPerPromise = 2;
+    archiver.Backup(source, (dir / target).c_str(), &settings, nullptr);
+    return callback.Counts() + callback.errors;
+  }
+  void ExpectEqual() { EXPECT_EQ(Everything(dir / "backup"), Everything(source)); }
+
+  TempDir dir;
+  int letters = 0;
+  CMSMessageStore source;
+  CMSFolder inbox, lists;
+};
+
+std::string Nothing(unsigned unchanged, unsigned removed = 0) {
+  return KitFormat("0 copied, 0 replaced, 0 moved, %u unchanged, 0 failed, %u removed", unchanged,
+                   removed);
+}
+
+}  // namespace
+
+TEST_F(BackupTest, Copies_what_changed_and_nothing_else) {
+  bool copied = false;
+  CMSArchiver().Backup(source, (dir / "backup").c_str(), nullptr, &copied);
+  EXPECT_TRUE(copied);
+  ExpectEqual();
+  copied = false;
+  const auto before = FilesOf(dir / "backup");
+  CMSArchiver().Backup(source, (dir / "backup").c_str(), nullptr, &copied);
+  EXPECT_FALSE(copied);
+  EXPECT_EQ(FilesOf(dir / "backup"), before);
+
+  // A folder renamed and moved, another type, a letter changed in a field, one in its file alone
+  // (same length), one moved, one new.
+  lists.Name("Lists 2");
+  CMSFolder root = source.Root();
+  lists.Move(root);
+  lists.Type(77);
+  Find("letter 1", lists).Flag(docflag::Incoming | docflag::Complete | 0x40000);
+  WriteBytes(Find("letter 0", inbox).Body().InternalFileName(), "TEXT of letter 0");
+  Find("letter 2", inbox).Move(lists);
+  Letter(inbox, "letter 9");
+  EXPECT_EQ(Backup(kBackupPlanOnly),
+            "1 copied, 2 replaced, 1 moved, 1 unchanged, 0 failed, 0 removed");
+  EXPECT_EQ(Backup(), "1 copied, 2 replaced, 1 moved, 1 unchanged, 0 failed, 0 removed");
+  ExpectEqual();
+  EXPECT_EQ(Backup(), Nothing(5));
+  ExpectEqual();
+}
+
+TEST_F(BackupTest, Keeps_what_the_source_has_deleted_until_asked_to_mirror) {
+  Backup();
+  const auto all = Everything(source);
+  inbox.DeleteFolder(lists);
+  CMSDocument gone = Find("letter 0", inbox);
+  inbox.DeleteDocument(gone);
+  EXPECT_EQ(Backup(), Nothing(1));
+  EXPECT_EQ(Everything(dir / "backup"), all);
+  EXPECT_EQ(Backup(kBackupMirror | kBackupPlanOnly), Nothing(1, 3));
+  EXPECT_EQ(Backup(kBackupMirror), Nothing(1, 3));
+  ExpectEqual();
+}
+
+TEST_F(BackupTest, Recognises_letters_without_its_map) {
+  Letter(inbox, "letter 0");  // one that is there twice, but for its time
+  Backup();
+  const std::string map = ReadBytes(dir / "backup/archive3.map");
+  ASSERT_EQ(map.size(), 16U + 7 * 32);
+  std::filesystem::remove(dir / "backup/archive3.map");
+  EXPECT_EQ(Backup(), Nothing(5));
+  for (std::size_t length = 0; length < map.size(); length += 13) {
+    WriteBytes(dir / "backup/archive3.map", map.substr(0, length));
+    EXPECT_EQ(Backup(), Nothing(5)) << length;
+  }
+  for (std::size_t i = 0; i < map.size(); i += 7) {
+    std::string damaged = map;
+    damaged[i] = static_cast<char>(damaged[i] ^ 0x10);
+    WriteBytes(dir / "backup/archive3.map", damaged);
+    EXPECT_EQ(Backup(), Nothing(5)) << i;
+  }
+  ExpectEqual();
+}
+
+TEST_F(BackupTest, Loses_nothing_when_another_store_is_backed_up_to_the_same_place) {
+  Backup();
+  const auto first = Everything(source);
+  const CMSMessageStore kept = source;
+  source = OpenStore(dir / "other");
+  inbox = source.Root().CreateFolder("Post", "", 0);
+  lists = inbox.CreateFolder("INBOX", "", 0);
+  for (int i = 0; i < 4; ++i) Letter(i == 0 ? inbox : lists, KitFormat("other %d", i));
+  EXPECT_EQ(Backup(kBackupMirror),
+            "4 copied, 0 replaced, 0 moved, 0 unchanged, 0 failed, 0 removed");
+  source = kept;
+  EXPECT_EQ(Backup(kBackupMirror), Nothing(4));
+  const auto both = Everything(dir / "backup");
+  EXPECT_TRUE(std::includes(both.begin(), both.end(), first.begin(), first.end()));
+  EXPECT_EQ(both.size(), first.size() + 6);
+}
+
+TEST_F(BackupTest, A_restored_store_goes_on_with_its_backup) {
+  Backup();
+  CMSDocument gone = Find("letter 0", inbox);
+  inbox.DeleteDocument(gone);  // kept in the backup, and not to be lost there
+  source = OpenStore(dir / "backup");
+  EXPECT_EQ(Backup(kBackupAddOnly, "restored"),
+            "4 copied, 0 replaced, 0 moved, 0 unchanged, 0 failed, 0 removed");
+  EXPECT_FALSE(std::filesystem::exists(dir / "restored/archive3.map"));
+  const auto all = Everything(source);
+  EXPECT_EQ(Everything(dir / "restored"), all);
+  // Into a store that has other things, and an old state of one letter: only added to.
+  EXPECT_EQ(Backup(kBackupAddOnly, "restored"), Nothing(4));
+
+  inbox = lists = {};
+  source = OpenStore(dir / "restored");
+  inbox = source.Root().OpenFolder(CKitString("INBOX"));
+  Find("letter 2", inbox).SetActionFlag(0x40000);
+  // Nothing tells the letter that changed in between from one that was deleted: both are kept. From
+  // then on all is as before.
+  EXPECT_EQ(Backup(), "1 copied, 0 replaced, 0 moved, 3 unchanged, 0 failed, 0 removed");
+  Find("letter 2", inbox).SetActionFlag(0x80000);
+  EXPECT_EQ(Backup(), "0 copied, 1 replaced, 0 moved, 3 unchanged, 0 failed, 0 removed");
+  auto kept = Everything(dir / "backup");
+  const auto now = Everything(source);
+  EXPECT_EQ(kept.size(), now.size() + 1);
+  EXPECT_TRUE(std::includes(kept.begin(), kept.end(), now.begin(), now.end()));
+  EXPECT_TRUE(std::includes(kept.begin(), kept.end(), all.begin(), all.end()));
+}
+
+TEST_F(BackupTest, Can_be_interrupted_anywhere_and_goes_on) {
+  const auto untouched = FilesOf(dir / "source");
+  for (unsigned calls = 1;; ++calls) {
+    const std::string target = dir / KitFormat("backup%u", calls);
+    Callback callback;
+    callback.stopAfter = calls;
+    CMSArchiver archiver;
+    archiver.SetStatusCallback(&callback);
+    try {
+      archiver.Backup(source, target.c_str(), nullptr, nullptr);
+      EXPECT_EQ(calls, 13U);  // 4 letters listed, compared, copied
+      EXPECT_EQ(callback.phases, (std::set<std::uint32_t>{1, 2}));
+      break;
+    } catch (const CMSArchiver::XInterrupted&) {
+    }
+    callback.stopAfter = 0;
+    archiver.Backup(source, target.c_str(), nullptr, nullptr);
+    EXPECT_EQ(callback.last.Copied + callback.last.Unchanged, 4U);
+    EXPECT_EQ(callback.last.Copied, calls <= 8 ? 4U : 12 - calls) << calls;
+    EXPECT_EQ(Everything(target), Everything(source));
+  }
+  EXPECT_EQ(FilesOf(dir / "source"), untouched);
+}
+
+// A change to the target's disk fails: once, or for good, as if the process had ended there.
+TEST_F(BackupTest, Is_completed_after_any_failure) {
+  LogSink quiet;
+  Backup(0, "start");
+  Find("letter 1", lists).SetActionFlag(0x40000);
+  WriteBytes(Find("letter 0", inbox).Body().InternalFileName(), "text of letter ?");
+  Find("letter 2", inbox).Move(lists);
+  Letter(inbox, "letter 9");
+  const auto wanted = Everything(source);
+  for (const auto cause : {platform::Cause::NoSpace, platform::Cause::Io}) {
+    bool done = false;
+    for (unsigned nth = 1; !done; ++nth) {
+      ASSERT_LT(nth, 2000U);
+      std::filesystem::remove_all(dir / "backup");
+      std::filesystem::copy(dir / "start", dir / "backup",
+                            std::filesystem::copy_options::recursive);
+      {
+        FaultyFiles files;
+        files.Fail({.calls = call::kChanges | call::kSync | call::kMap,
+                    .nth = nth,
+                    .forGood = cause == platform::Cause::Io,
+                    .cause = cause,
+                    .written = cause == platform::Cause::Io ? 0U : 7U,
+                    .path = "backup"});
+        try {
+          Backup();
+          done = true;
+        } catch (const XKitMsg&) {
+        }
+      }
+      // The records that a dying process leaves without a link are a repair's business.
+      const std::string counts = Backup();
+      EXPECT_NE(counts.find(" 0 failed"), std::string::npos) << nth << counts;
+      ASSERT_EQ(Everything(dir / "backup"), wanted) << nth << ' ' << counts;
+      EXPECT_EQ(Backup(), Nothing(5)) << nth;
+    }
+  }
+}
+
+TEST_F(BackupTest, Tells_of_letters_that_cannot_be_copied_and_spares_their_earlier_copies) {
+  Backup();
+  const auto before = Everything(dir / "backup");
+  std::filesystem::remove(std::string(Find("letter 0", inbox).Body().InternalFileName()));
+  CMSDocument fresh = Letter(inbox, "letter 9");
+  std::filesystem::remove(std::string(fresh.Body().InternalFileName()));
+
+  Callback callback;
+  CMSArchiver archiver;
+  archiver.SetStatusCallback(&callback);
+  archiver.Backup(source, (dir / "backup").c_str(), nullptr, nullptr);
+  EXPECT_EQ(callback.Counts(), "1 copied, 0 replaced, 0 moved, 3 unchanged, 1 failed, 0 removed");
+  EXPECT_EQ(callback.errors,
+            KitFormat("2 196 %lu;2 196 %lu;", Find("letter 0", inbox).ID(), fresh.ID()));
+  EXPECT_NE(callback.texts.find("text.txt"), std::string::npos);
+  auto after = Everything(dir / "backup");
+  EXPECT_EQ(after.size(), before.size() + 1);
+  EXPECT_TRUE(std::includes(after.begin(), after.end(), before.begin(), before.end()));
+
+  callback.answer = 2;
+  EXPECT_THROW(archiver.Backup(source, (dir / "backup").c_str(), nullptr, nullptr),
+               CMSArchiver::XInterrupted);
+  callback.answer = 4;
+  callback.beforeAnswer = [&] {
+    WriteBytes(Find("letter 0", inbox).Body().InternalFileName(), "text of letter 0");
+  };
+  archiver.Backup(source, (dir / "backup").c_str(), nullptr, nullptr);
+  EXPECT_EQ(callback.last.Failed, 0U);
+  // Nobody to tell: the failure ends what was otherwise done to the end.
+  std::filesystem::remove(std::string(Find("letter 2", inbox).Body().InternalFileName()));
+  Letter(inbox, "letter 7");
+  try {
+    CMSArchiver().Backup(source, (dir / "backup").c_str(), nullptr, nullptr);
+    FAIL();
+  } catch (const XKitStatus& error) {
+    EXPECT_EQ(error.Code(), 196);
+  }
+  EXPECT_EQ(Everything(dir / "backup").size(), after.size() + 1);
+}
+
+TEST_F(BackupTest, Is_due_by_its_rules_and_only_with_room_enough) {
+  CMSArchiver archiver;
+  const auto due = [&](bool byCount, unsigned count, bool bySize, unsigned size) {
+    CMSBackupSettings settings;
+    settings.CountRule = byCount;
+    settings.Count = count;
+    settings.SizeRule = bySize;
+    settings.Size = size;
+    return archiver.IsBackupNeeded(source, &settings);
+  };
+  std::uint64_t total = 0;
+  for (CMSFolder folder : {inbox, lists}) {
+    std::list<CMSDocument> found;
+    folder.Documents(found);
+    for (const CMSDocument& letter : found) total += letter.GetRawStorageSize();
+  }
+  const auto size = static_cast<unsigned>(total);
+  EXPECT_TRUE(archiver.IsBackupNeeded(source, nullptr));
+  EXPECT_FALSE(archiver.IsBackupNeeded(OpenStore(dir / "empty"), nullptr));
+  EXPECT_TRUE(due(true, 4, false, 0) && due(false, 0, true, size) && due(true, 5, true, size));
+  EXPECT_FALSE(due(true, 5, false, 0) || due(false, 0, true, size + 1) || due(false, 0, false, 0));
+  CMSBackupSettings never;
+  EXPECT_THROW(archiver.Backup(source, (dir / "backup").c_str(), &never, nullptr),
+               CMSArchiver::XInterrupted);
+  EXPECT_FALSE(std::filesystem::exists(dir / "backup"));
+
+  // Room: asked again as long as the answer is 4.
+  Callback callback;
+  archiver.SetStatusCallback(&callback);
+  FaultyFiles files;
+  files.SetFreeSpace(4 * total);
+  EXPECT_THROW(archiver.Backup(source, (dir / "backup").c_str(), nullptr, nullptr),
+               CMSArchiver::XInterrupted);
+  EXPECT_EQ(callback.errors, "1 35 5;");
+  callback.answer = 4;
+  callback.beforeAnswer = [&, asked = 0]() mutable {
+    if (++asked == 2) files.SetFreeSpace(4 * total + 1);
+  };
+  archiver.Backup(source, (dir / "backup").c_str(), nullptr, nullptr);
+  EXPECT_EQ(callback.errors, "1 35 5;1 35 5;1 35 5;");
+  ExpectEqual();
+}
+
+TEST_F(BackupTest, Takes_what_the_filter_lets_pass_and_packs_the_oldest_out) {
+  struct Filter : CMSArchiver::CBackupFilter {
+    bool IsBackupNeeded(const CMSFolder& folder) override { return folder.Name() != "lists"; }
+    bool IsBackupNeeded(const CMSDocument& document) override {
+      return document.Name() != "letter 0";
+    }
+  } filter;
+  CMSArchiver archiver;
+  EXPECT_EQ(archiver.SetBackupFilter(&filter), nullptr);
+  archiver.Backup(source, (dir / "part").c_str(), nullptr, nullptr);
+  EXPECT_EQ(archiver.SetBackupFilter(nullptr), &filter);
+  EXPECT_EQ(Everything(dir / "part").size(), 3U);  // root, INBOX, letter 2
+
+  CMSBackupSettings settings;
+  settings.CountRule = settings.Pack = true;
+  settings.PackSize = static_cast<std::uint32_t>(2 * Find("letter 0", inbox).GetRawStorageSize());
+  archiver.Backup(source, (dir / "packed").c_str(), &settings, nullptr);
+  CMSMessageStore packed = OpenStore(dir / "packed");
+  EXPECT_EQ(packed.GetDocumentCount(), 2U);
+  CMSFolder packedInbox = packed.Root().OpenFolder(CKitString("INBOX"));
+  EXPECT_TRUE(Find("letter 2", packedInbox));
+  EXPECT_TRUE(Find("letter 3", packedInbox.OpenFolder(CKitString("lists"))));
+}
+
+TEST_F(BackupTest, Refuses_itself_as_a_target) {
+  for (const char* target : {"source", "source/.", "source/inner", "source/deep/inner"}) {
+    try {
+      Backup(0, target);
+      FAIL() << target;
+    } catch (const XKitStatus& error) {
+      EXPECT_EQ(error.Code(), 87);
+    }
+  }
+  EXPECT_FALSE(std::filesystem::exists(dir / "source/inner"));
+}
+
+// The store stays usable while it is being backed up.
+TEST_F(BackupTest, Goes_beside_changes_by_other_threads) {
+  std::thread other([&] {
+    CMSFolder folder = inbox;
+    for (int i = 0; i < 30; ++i) {
+      CMSDocument letter = folder.CreateDocument(KitFormat("new %d", i), "", "07.03.2024 09:30", "",
+                                                 "", "", "", "", "", docflag::Complete, 0);
+      if (i % 3 == 0) letter.Move(lists);
+      if (i % 3 == 1) folder.DeleteDocument(letter);
+    }
+  });
+  for (int i = 0; i < 3; ++i)
+    CMSArchiver().Backup(source, (dir / "backup").c_str(), nullptr, nullptr);
+  other.join();
+  Backup(kBackupMirror);
+  ExpectEqual();
+}
