@@ -270,7 +270,8 @@ TEST_F(BackupTest, Can_be_interrupted_anywhere_and_goes_on) {
   EXPECT_EQ(FilesOf(dir / "source"), untouched);
 }
 
-// A change to the target's disk fails: once, or for good, as if the process had ended there.
+// A change to the target's disk fails: once, or for good, as if the process had ended there. The
+// target is an earlier backup, or one that is being made.
 TEST_F(BackupTest, Is_completed_after_any_failure) {
   LogSink quiet;
   Backup(0, "start");
@@ -279,32 +280,37 @@ TEST_F(BackupTest, Is_completed_after_any_failure) {
   Find("letter 2", inbox).Move(lists);
   Letter(inbox, "letter 9");
   const auto wanted = Everything(source);
-  for (const auto cause : {platform::Cause::NoSpace, platform::Cause::Io}) {
-    bool done = false;
-    for (unsigned nth = 1; !done; ++nth) {
-      ASSERT_LT(nth, 2000U);
-      std::filesystem::remove_all(dir / "backup");
-      std::filesystem::copy(dir / "start", dir / "backup",
-                            std::filesystem::copy_options::recursive);
-      {
-        FaultyFiles files;
-        files.Fail({.calls = call::kChanges | call::kSync | call::kMap,
-                    .nth = nth,
-                    .forGood = cause == platform::Cause::Io,
-                    .cause = cause,
-                    .written = cause == platform::Cause::Io ? 0U : 7U,
-                    .path = "backup"});
-        try {
-          Backup();
-          done = true;
-        } catch (const XKitMsg&) {
+  for (const bool isNew : {false, true}) {
+    for (const bool forGood : {false, true}) {
+      bool done = false;
+      for (unsigned nth = 1; !done; ++nth) {
+        SCOPED_TRACE(KitFormat("new %d for good %d call %u", isNew, forGood, nth));
+        ASSERT_LT(nth, 2000U);
+        std::filesystem::remove_all(dir / "backup");
+        if (!isNew) {
+          std::filesystem::copy(dir / "start", dir / "backup",
+                                std::filesystem::copy_options::recursive);
         }
+        {
+          FaultyFiles files;
+          files.Fail({.calls = call::kChanges | call::kSync | call::kMap,
+                      .nth = nth,
+                      .forGood = forGood,
+                      .cause = forGood ? platform::Cause::Io : platform::Cause::NoSpace,
+                      .written = forGood ? 0U : 7U,
+                      .path = "backup"});
+          try {
+            Backup();
+            done = true;
+          } catch (const XKitMsg&) {
+          }
+        }
+        // The records that a dying process leaves without a link are a repair's business.
+        const std::string counts = Backup();
+        EXPECT_NE(counts.find(" 0 failed"), std::string::npos) << counts;
+        ASSERT_EQ(Everything(dir / "backup"), wanted) << counts;
+        EXPECT_EQ(Backup(), Nothing(5));
       }
-      // The records that a dying process leaves without a link are a repair's business.
-      const std::string counts = Backup();
-      EXPECT_NE(counts.find(" 0 failed"), std::string::npos) << nth << counts;
-      ASSERT_EQ(Everything(dir / "backup"), wanted) << nth << ' ' << counts;
-      EXPECT_EQ(Backup(), Nothing(5)) << nth;
     }
   }
 }

@@ -128,6 +128,11 @@ bool CMSArchiver::IsBackupNeeded(const CBackupList& list, std::uint64_t totalSiz
 CMSArchiver::CSelection CMSArchiver::PreBackup(const CMSMessageStore& store) {
   CSelection selection;
   std::vector<CMSFolder> open{store.Root()};
+  if (!open.back()) {
+    throw CMSDBException(
+        CMSDBException::kCorrupted,
+        KitFormat("the store '%s' has no root folder; it needs a repair", store.GetMainFolder()));
+  }
   std::unordered_set<unsigned long> entered{open.back().ID()};
   while (!open.empty()) {
     const CMSFolder folder = open.back();

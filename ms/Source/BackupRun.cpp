@@ -1,5 +1,6 @@
 #include "BackupRun.h"
 
+#include "BackupTarget.h"
 #include "Roles.h"
 #include "kit/KitFile.h"
 #include "kit/LogDispatcher.h"
@@ -40,10 +41,16 @@ CMSBackupRun::CMSBackupRun(CMSArchiver& archiver, const CMSMessageStore& source,
 
 void CMSBackupRun::OpenTarget(const std::string& directory) {
   const bool isPlan = Has(kBackupPlanOnly);
-  if (!isPlan || CMSMessageStore::IsMSDirectory(directory.c_str())) {
+  if (!isPlan) {
+    m_target = OpenBackupTarget(directory);
+  } else if (CMSMessageStore::IsMSDirectory(directory.c_str())) {
     CKeyCarrier keys;
     CGroupID group;
-    m_target = CMSMessageStore(directory.c_str(), keys, nullptr, group, false, isPlan, nullptr, "");
+    m_target = CMSMessageStore(directory.c_str(), keys, nullptr, group, false, true, nullptr, "");
+  }
+  if (m_target.IsValid() && !m_target.Root()) {
+    throw CMSDBException(CMSDBException::kCorrupted,
+                         "the store '" + directory + "' has no root folder; it needs a repair");
   }
   const bool isMapped = m_target.IsValid() && !Has(kBackupAddOnly);
   m_map = std::make_unique<CMSBackupMap>(isMapped ? m_target.GetMainFolder() : "");
