@@ -12,8 +12,10 @@ struct CommandLine {
   std::string store;         // the directory, first argument of every command
   std::function<int()> run;  // the chosen command; answers the exit code
 
-  // A command "NAME STORE ...". What is given runs when the command is chosen.
-  CLI::App* Add(const std::string& name, const std::string& about, std::function<int()> command);
+  // A command "NAME STORE ...", where the help may call the store by another word (first). What is
+  // given runs when the command is chosen.
+  CLI::App* Add(const std::string& name, const std::string& about, std::function<int()> command,
+                const std::string& first = "STORE");
 };
 
 // One function per command, in the file of its name. Each adds the command with its options.
@@ -26,8 +28,12 @@ void AddExtract(CommandLine& line);
 void AddFind(CommandLine& line);
 void AddMark(CommandLine& line);
 void AddMove(CommandLine& line);
+void AddCopy(CommandLine& line);
 void AddMakeDir(CommandLine& line);
 void AddRemove(CommandLine& line);
+void AddBackup(CommandLine& line);
+void AddRestore(CommandLine& line);
+void AddVerify(CommandLine& line);
 void AddStat(CommandLine& line);
 void AddCustom(CommandLine& line);
 void AddDump(CommandLine& line);

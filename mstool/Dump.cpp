@@ -1,6 +1,7 @@
 // dump: the whole store as one JSON object.
 #include "CommandLine.h"
 #include "Failure.h"
+#include "FolderWalk.h"
 #include "Interrupt.h"
 #include "Objects.h"
 #include "Open.h"
@@ -23,15 +24,7 @@ Json StoreJson(OpenStore& store) {
   };
 }
 
-// One folder with all below it; only the way down from the root is held in memory.
-void WriteFolder(JsonStream& out, const CMSFolder& folder) {
-  out.BeginObject(FolderJson(folder));
-  out.BeginArray("Folders");
-  CMSFolder child;
-  for (auto place = folder.GetFirstFolderPosition(); folder.GetNextFolder(child, place);) {
-    WriteFolder(out, child);
-  }
-  out.EndArray();
+void WriteDocuments(JsonStream& out, const CMSFolder& folder) {
   out.BeginArray("Documents");
   CMSDocument document;
   for (auto place = folder.GetFirstDocumentPosition(); folder.GetNextDocument(document, place);) {
@@ -39,7 +32,19 @@ void WriteFolder(JsonStream& out, const CMSFolder& folder) {
     WriteDocument(out, document);
   }
   out.EndArray();
-  out.EndObject();
+}
+
+void WriteTree(JsonStream& out, const CMSFolder& root) {
+  const auto begin = [&](const CMSFolder& folder, std::size_t) {
+    out.BeginObject(FolderJson(folder));
+    out.BeginArray("Folders");
+  };
+  const auto end = [&](const CMSFolder& folder) {
+    out.EndArray();
+    WriteDocuments(out, folder);
+    out.EndObject();
+  };
+  WalkFolders(root, begin, end);
 }
 
 int Dump(const std::string& directory) {
@@ -47,7 +52,7 @@ int Dump(const std::string& directory) {
   JsonStream out;
   out.BeginObject({{"format", 1}, {"store", StoreJson(store)}});
   out.BeginArray("folders");
-  WriteFolder(out, store->Root());
+  WriteTree(out, store->Root());
   out.EndArray();
   out.EndObject();
   out.Finish();

@@ -7,6 +7,7 @@
 namespace tool {
 namespace {
 
+constexpr const char* kInUse = "in use by another process; try again when that is done";
 constexpr const char* kRepairHint = "; the store is damaged and needs a repair";
 
 Failure ExplainEngine(const CMSDBException& error) {
@@ -15,6 +16,7 @@ Failure ExplainEngine(const CMSDBException& error) {
     case CMSDBException::kWriteFailed:
       return {kExitCannotAccess, text + "; see that the disk has room and is healthy"};
     case CMSDBException::kCannotOpen:
+      if (error.IsInUse()) return {kExitInUse, kInUse};
       return {kExitCannotAccess, text};
     default:
       return {kExitDamaged, text + kRepairHint};
@@ -26,6 +28,8 @@ Failure ExplainStatus(const XKitStatus& error) {
   switch (error.Code()) {
     case kit::kStatusInvalidArgument:
       return {kExitUsage, text};
+    case kit::kStatusAttachmentMissing:
+      return {kExitDamaged, text};
     case kit::kStatusFileMissing:
     case kit::kStatusInvalidHandle:
       return {kExitDamaged, text + kRepairHint};

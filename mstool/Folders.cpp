@@ -1,6 +1,7 @@
 // folders: the tree with its counts.
 #include "CommandLine.h"
 #include "Failure.h"
+#include "FolderWalk.h"
 #include "Objects.h"
 #include "Open.h"
 #include "Output.h"
@@ -9,26 +10,26 @@
 namespace tool {
 namespace {
 
-void AddRows(Table& table, const CMSFolder& folder, std::size_t depth) {
-  CMSFolder child;
-  for (auto place = folder.GetFirstFolderPosition(); folder.GetNextFolder(child, place);) {
-    table.Row({std::to_string(child.ID()), std::to_string(child.GetDocumentCount()),
-               std::to_string(child.GetUnreadDocumentCount()),
-               std::to_string(child.GetUndeliveredDocumentCount()),
-               std::string(2 * depth, ' ') + Visible(child.Name().str())});
-    AddRows(table, child, depth + 1);
-  }
+void AddRows(Table& table, const CMSFolder& root) {
+  WalkFolders(root, [&](const CMSFolder& folder, std::size_t depth) {
+    if (depth == 0) return;
+    table.Row({std::to_string(folder.ID()), std::to_string(folder.GetDocumentCount()),
+               std::to_string(folder.GetUnreadDocumentCount()),
+               std::to_string(folder.GetUndeliveredDocumentCount()),
+               std::string(2 * (depth - 1), ' ') + Visible(folder.Name().str())});
+  });
 }
 
-void WriteTree(JsonStream& out, const CMSFolder& folder) {
-  out.BeginObject(FolderJson(folder));
-  out.BeginArray("Folders");
-  CMSFolder child;
-  for (auto place = folder.GetFirstFolderPosition(); folder.GetNextFolder(child, place);) {
-    WriteTree(out, child);
-  }
-  out.EndArray();
-  out.EndObject();
+void WriteTree(JsonStream& out, const CMSFolder& root) {
+  const auto begin = [&](const CMSFolder& folder, std::size_t) {
+    out.BeginObject(FolderJson(folder));
+    out.BeginArray("Folders");
+  };
+  const auto end = [&](const CMSFolder&) {
+    out.EndArray();
+    out.EndObject();
+  };
+  WalkFolders(root, begin, end);
 }
 
 int Folders(const std::string& directory, bool json) {
@@ -46,7 +47,7 @@ int Folders(const std::string& directory, bool json) {
   using enum Table::Align;
   Table table({Right, Right, Right, Right, Left});
   table.Row({"ID", "LETTERS", "UNREAD", "UNDELIVERED", "FOLDER"});
-  AddRows(table, store->Root(), 0);
+  AddRows(table, store->Root());
   table.Print();
   return kExitDone;
 }

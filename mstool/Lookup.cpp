@@ -96,4 +96,9 @@ std::string PathOf(const CMSFolder& folder) {
   return folder.IsRoot() ? "/" : folder.FullName().str();
 }
 
+std::string LabelOf(const CMSDocument& letter) {
+  return "letter " + std::to_string(letter.ID()) + " (" + PathOf(letter.Parent()) + ", \"" +
+         letter.Name().str() + "\")";
+}
+
 }  // namespace tool

@@ -31,5 +31,7 @@ bool IsPredefined(const CMSFolder& folder);
 
 // "/" for the root.
 std::string PathOf(const CMSFolder& folder);
+// How messages name a letter: letter 12 (INBOX, "Subject").
+std::string LabelOf(const CMSDocument& letter);
 
 }  // namespace tool

@@ -1,4 +1,5 @@
 #include <gmime/gmime.h>
+#include <ms/Archiver.h>
 
 #include <iostream>
 
@@ -11,9 +12,9 @@
 namespace tool {
 
 CLI::App* CommandLine::Add(const std::string& name, const std::string& about,
-                           std::function<int()> command) {
+                           std::function<int()> command, const std::string& first) {
   CLI::App* sub = app.add_subcommand(name, about);
-  sub->add_option("STORE", store, "the store's directory")->required()->type_name("");
+  sub->add_option(first, store, "the store's directory")->required()->type_name("");
   sub->callback([this, command = std::move(command)] { run = command; });
   return sub;
 }
@@ -24,9 +25,10 @@ constexpr const char* kFooter =
     "STORE is the directory of a store. A FOLDER is a path such as INBOX/lists, or the folder's\n"
     "number; a letter is known by its number (ls shows it). Reading commands take --json: one\n"
     "object, \"format\" first.\n\n"
-    "Exit codes: 0 done; 1 wrong use, or no such letter or folder; 2 the store is damaged or some\n"
-    "input was refused; 4 cannot read or write; 5 the store is in use by another process;\n"
-    "130 interrupted.";
+    "Exit codes: 0 done; 1 wrong use, or no such letter or folder; 2 the store is damaged, some\n"
+    "input was refused, a letter could not be backed up, or verify found differences; 4 cannot "
+    "read\n"
+    "or write; 5 the store is in use by another process; 130 interrupted.";
 
 std::string WrongUse(const CLI::App* app, const CLI::Error& error) {
   std::string command = app->get_name();
@@ -34,16 +36,23 @@ std::string WrongUse(const CLI::App* app, const CLI::Error& error) {
   return "mstool: " + std::string(error.what()) + "; see " + command + " --help\n";
 }
 
+int Tell(const CommandLine& line, const Failure& failure) {
+  std::cout.flush();
+  std::cerr << "mstool: " << Visible(line.store) << ": " << Visible(failure.what()) << '\n';
+  return failure.ExitCode();
+}
+
 int Run(CommandLine& line) {
   try {
     const int code = line.run();
     FlushOutput();
     return code;
+  } catch (const CMSDocument::XCloneError&) {
+    return Tell(line, {kExitDamaged, "the letter could not be copied: its record was refused"});
+  } catch (const CMSArchiver::XInterrupted&) {
+    return Tell(line, {kExitInterrupted, "interrupted"});
   } catch (const std::exception& error) {
-    const Failure failure = Explain(error);
-    std::cout.flush();
-    std::cerr << "mstool: " << Visible(line.store) << ": " << Visible(failure.what()) << '\n';
-    return failure.ExitCode();
+    return Tell(line, Explain(error));
   }
 }
 
@@ -55,7 +64,8 @@ int Main(int count, char** words) {
   line.app.footer(kFooter);
   line.app.failure_message(WrongUse);
   for (const auto add : {AddCreate, AddImport, AddFolders, AddLs, AddShow, AddExtract, AddFind,
-                         AddMark, AddMove, AddMakeDir, AddRemove, AddStat, AddCustom, AddDump}) {
+                         AddMark, AddMove, AddCopy, AddMakeDir, AddRemove, AddBackup, AddRestore,
+                         AddVerify, AddStat, AddCustom, AddDump}) {
     add(line);
   }
   try {

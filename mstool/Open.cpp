@@ -65,16 +65,6 @@ const char* ForbiddenFile(const std::string& directory, Purpose purpose) {
   return nullptr;
 }
 
-bool IsInUse(const std::string& directory) {
-  std::unique_ptr<platform::File> file;
-  const platform::Status status =
-      platform::Files().Open(CKitFile::Join(directory, "docs3.db"),
-                             {platform::Access::ReadWrite, platform::Disposition::OpenExisting,
-                              platform::Sharing::ReadOnly},
-                             file);
-  return status.Why() == platform::Cause::InUse;
-}
-
 Failure CannotOpen(const std::string& directory, Purpose purpose, const std::string& text) {
   if (const char* file = ForbiddenFile(directory, purpose)) {
     return {kExitCannotAccess, std::string("cannot ") +
@@ -89,23 +79,39 @@ Failure CannotOpen(const std::string& directory, Purpose purpose, const std::str
 
 }  // namespace
 
+StateMark::StateMark(const std::string& directory)
+    : m_master(CKitFile::Join(directory, "ms3.db")),
+      m_text(platform::ReadProfileString(m_master, MSF::szMaintenanceSection, MSF::szClosedStateKey,
+                                         "", 64)) {}
+
+bool StateMark::SaysClosed() const {
+  return m_text == MSF::szClosedStateKeyValue;
+}
+
+void StateMark::PutBack() const {
+  if (!CKitFile::Exists(m_master)) return;
+  platform::WriteProfileString(m_master, MSF::szMaintenanceSection, MSF::szClosedStateKey,
+                               m_text.empty() ? nullptr : m_text.c_str());
+}
+
 OpenStore::OpenStore(const std::string& directory, Purpose purpose)
-    : m_directory(directory), m_master(CKitFile::Join(directory, "ms3.db")) {
+    : m_directory(directory), m_found(directory) {
   LookBeforeOpening(purpose);
   m_log = std::make_unique<Log>(directory);
   try {
     Open(purpose);
   } catch (const std::exception&) {
     // The attempt has left its mark, unless somebody else's stands there.
-    if (!IsInUse(m_directory)) RestoreState();
+    if (!IsInUse(m_directory)) m_found.PutBack();
     throw;
   }
+  if (purpose == Purpose::Read && (m_keepState || m_found.SaysClosed())) m_found.PutBack();
   m_log->Speak();
 }
 
 OpenStore::~OpenStore() {
   m_store = CMSMessageStore();
-  if (m_keepState) RestoreState();
+  if (m_keepState) m_found.PutBack();
 }
 
 void OpenStore::LookBeforeOpening(Purpose purpose) {
@@ -122,10 +128,8 @@ void OpenStore::LookBeforeOpening(Purpose purpose) {
     throw Failure(kExitCannotAccess, "this directory holds no store; make one with mstool create");
   }
 
-  m_foundState = platform::ReadProfileString(m_master, MSF::szMaintenanceSection,
-                                             MSF::szClosedStateKey, "", 64);
   // While somebody has the store open its state says nothing.
-  if (m_foundState == MSF::szClosedStateKeyValue || IsInUse(m_directory)) return;
+  if (m_found.SaysClosed() || IsInUse(m_directory)) return;
   m_keepState = purpose == Purpose::Read;
   if (IsThere(m_directory, "ms3.db")) {
     std::cerr << "mstool: " << Visible(m_directory)
@@ -148,11 +152,23 @@ void OpenStore::Open(Purpose purpose) {
   }
 }
 
-void OpenStore::RestoreState() const {
-  // A master file that says nothing gets nothing to say; one that was not there stays away.
-  if (!CKitFile::Exists(m_master)) return;
-  platform::WriteProfileString(m_master, MSF::szMaintenanceSection, MSF::szClosedStateKey,
-                               m_foundState.empty() ? nullptr : m_foundState.c_str());
+bool IsInUse(const std::string& directory) {
+  std::unique_ptr<platform::File> file;
+  const platform::Status status =
+      platform::Files().Open(CKitFile::Join(directory, "docs3.db"),
+                             {platform::Access::ReadWrite, platform::Disposition::OpenExisting,
+                              platform::Sharing::ReadOnly},
+                             file);
+  return status.Why() == platform::Cause::InUse;
+}
+
+std::unique_ptr<OpenStore> OpenOther(const std::string& directory, Purpose purpose) {
+  try {
+    return std::make_unique<OpenStore>(directory, purpose);
+  } catch (const std::exception& error) {
+    const Failure failure = Explain(error);
+    throw Failure(failure.ExitCode(), directory + ": " + failure.what());
+  }
 }
 
 void CreateStore(const std::string& directory) {

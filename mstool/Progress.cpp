@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cmath>
 #include <iostream>
-#include <string>
 
 #include "kit/KitString.h"
 
@@ -14,7 +13,6 @@ namespace {
 
 constexpr int kStandardError = 2;
 constexpr std::size_t kBarColumns = 30;
-constexpr std::chrono::milliseconds kRedraw{100};
 
 std::string Bar(double part) {
   const auto full = static_cast<std::size_t>(part * static_cast<double>(kBarColumns));
@@ -36,15 +34,19 @@ double Progress::Seconds() const {
 }
 
 void Progress::Show(std::uint64_t letters, std::uint64_t bytes) {
-  if (!m_onTerminal || Clock::now() - m_drawn < kRedraw) return;
+  if (!IsDue()) return;
+  Draw(KitFormat("%llu letters  %.0f/s", static_cast<unsigned long long>(letters),
+                 static_cast<double>(letters) / std::max(Seconds(), 0.001)),
+       bytes, m_total);
+}
+
+void Progress::Draw(const std::string& text, std::uint64_t done, std::uint64_t total) {
   m_drawn = Clock::now();
   m_visible = true;
-  const double seconds = std::max(Seconds(), 0.001);
+  const double seconds = std::chrono::duration<double>(m_drawn - m_begun).count();
   const double part =
-      m_total == 0 ? 1.0 : std::min(1.0, static_cast<double>(bytes) / static_cast<double>(m_total));
-  std::string line = KitFormat("\r%llu letters  %.0f/s  ", static_cast<unsigned long long>(letters),
-                               static_cast<double>(letters) / seconds) +
-                     Bar(part);
+      total == 0 ? 1.0 : std::min(1.0, static_cast<double>(done) / static_cast<double>(total));
+  std::string line = "\r" + text + "  " + Bar(part);
   if (part > 0) line += "  " + TimeLeft(seconds * (1 - part) / part) + " left";
   std::cerr << line << "\x1B[K" << std::flush;
 }

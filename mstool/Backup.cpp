@@ -1,0 +1,129 @@
+// backup: the letters of a store, kept in a second one.
+#include <glib.h>
+
+#include <charconv>
+#include <limits>
+
+#include "BackupJob.h"
+#include "CommandLine.h"
+#include "Failure.h"
+#include "Text.h"
+
+namespace tool {
+namespace {
+
+constexpr const char* kRules =
+    "TARGET is the directory of a store of its own, made when it is not there; every reading\n"
+    "command works on it. STORE is only read. The first backup copies all letters, each later one\n"
+    "what is new or has changed since; renamed and moved folders and letters are renamed and\n"
+    "moved in TARGET, too. What was deleted in STORE stays in TARGET unless --mirror is given. A\n"
+    "backup that was interrupted, or killed, is finished by running it again.\n\n"
+    "With --min-count or --min-size (with both, one is enough) nothing is done while STORE, or\n"
+    "the part of it that is asked for, holds less. A SIZE is in bytes; K, M or G behind it stand\n"
+    "for thousands, millions, billions. Letters without a date are left out by --since.\n\n"
+    "TARGET's disk must have room for four times the letters. A letter that cannot be copied is\n"
+    "listed with its cause; then the exit code is 2. The way back is mstool restore; mstool\n"
+    "verify compares the two.";
+
+struct Options {
+  BackupJob job;
+  std::string since;
+  std::string minSize;
+  CLI::Option* minCount = nullptr;
+  bool planOnly = false;
+  bool mirror = false;
+};
+
+template <class Value>
+bool ReadNumber(std::string_view text, Value& value) {
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+  return error == std::errc() && end == text.data() + text.size();
+}
+
+std::uint32_t ReadSize(const std::string& text) {
+  static constexpr std::string_view kUnits = "KMG";
+  std::string_view digits = text;
+  std::uint64_t unit = 1;
+  if (!digits.empty()) {
+    const auto power = kUnits.find(g_ascii_toupper(digits.back()));
+    if (power != kUnits.npos) {
+      digits.remove_suffix(1);
+      for (std::size_t i = 0; i <= power; ++i) unit *= 1000;
+    }
+  }
+  constexpr std::uint64_t kLargest = std::numeric_limits<std::uint32_t>::max();
+  std::uint64_t value = 0;
+  if (!ReadNumber(digits, value) || value > kLargest / unit) {
+    throw Failure(kExitUsage, "--min-size " + text +
+                                  " is no size; say a number of bytes such as 500000, 500K, 20M or "
+                                  "4G, 4294967295 at most");
+  }
+  return static_cast<std::uint32_t>(value * unit);
+}
+
+struct Release {
+  void operator()(GDateTime* time) const { g_date_time_unref(time); }
+};
+
+// The local midnight with which the day begins.
+std::uint32_t ReadDay(const std::string& text) {
+  int year = 0;
+  int month = 0;
+  int day = 0;
+  const std::string_view view = text;
+  const bool hasForm = text.size() == 10 && text[4] == '-' && text[7] == '-' &&
+                       ReadNumber(view.substr(0, 4), year) &&
+                       ReadNumber(view.substr(5, 2), month) && ReadNumber(view.substr(8, 2), day) &&
+                       month > 0 && day > 0;
+  const std::unique_ptr<GDateTime, Release> time(
+      hasForm ? g_date_time_new_local(year, month, day, 0, 0, 0) : nullptr);
+  const gint64 seconds = time ? g_date_time_to_unix(time.get()) : 0;
+  if (seconds <= 0 || seconds > std::numeric_limits<std::uint32_t>::max()) {
+    throw Failure(kExitUsage, "--since " + text + " is no date; say one such as 2024-03-31");
+  }
+  return static_cast<std::uint32_t>(seconds);
+}
+
+int Backup(const std::string& directory, const Options& options) {
+  BackupJob job = options.job;
+  job.from = directory;
+  if (!options.since.empty()) job.since = ReadDay(options.since);
+  CMSBackupSettings& settings = job.settings;
+  if (options.mirror) settings.Options |= kBackupMirror;
+  if (options.planOnly) settings.Options |= kBackupPlanOnly;
+  settings.SizeRule = !options.minSize.empty();
+  if (settings.SizeRule) settings.Size = ReadSize(options.minSize);
+  // Without rules a backup is always due: that of a store without letters makes the folders.
+  settings.CountRule = options.minCount->count() != 0 || !settings.SizeRule;
+  return RunBackup(job);
+}
+
+}  // namespace
+
+void AddBackup(CommandLine& line) {
+  const auto options = std::make_shared<Options>();
+  CLI::App* sub = line.Add("backup", "Bring a second store, the backup, up to date",
+                           [&line, options] { return Backup(line.store, *options); });
+  sub->add_option("TARGET", options->job.to, "The backup's directory")->required()->type_name("");
+  sub->add_option("--folder", options->job.folder, "Only this folder with all below it")
+      ->type_name("FOLDER");
+  sub->add_option("--since", options->since, "Only letters created on that day or later")
+      ->type_name("YYYY-MM-DD");
+  sub->add_flag("--dry-run", options->planOnly, "Tell what would be done, and do nothing");
+  sub->add_flag("--mirror", options->mirror, "Remove from TARGET what is gone from STORE");
+  options->minCount = sub->add_option_function<std::uint32_t>(
+      "--min-count", [options](std::uint32_t count) { options->job.settings.Count = count; },
+      "Only when there are so many letters");
+  options->minCount->type_name("N");
+  sub->add_option("--min-size", options->minSize, "Only when they take so many bytes")
+      ->type_name("SIZE");
+  sub->add_option_function<std::uint32_t>(
+         "--batch",
+         [options](std::uint32_t count) { options->job.settings.LettersPerPromise = count; },
+         "Letters per promise to the medium (100)")
+      ->type_name("N");
+  sub->add_flag("--json", options->job.json, "Print JSON");
+  sub->footer(kRules);
+}
+
+}  // namespace tool
