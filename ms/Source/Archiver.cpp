@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "BackupRun.h"
+#include "Copy.h"
 #include "LetterImage.h"
 #include "kit/KitFile.h"
 #include "kit/KitFolder.h"
@@ -269,13 +270,16 @@ CFailure FailureOfLetter() {
 
 }  // namespace
 
-CMSDocument CMSArchiver::CloneDocument(const CMSDocument& document, CMSFolder& target, bool hasCopy,
-                                       std::uint64_t& stamp) {
+std::unique_ptr<CMSLetterCopy> CMSArchiver::CloneDocument(const CMSDocument& document,
+                                                          CMSFolder& target, bool hasCopy,
+                                                          std::uint64_t& stamp) {
   for (bool missingFiles = false;;) {
     try {
       // Taken first: what is written to a file while it is being copied shows in the next backup.
       stamp = ImageOf(document).stamp;
-      return document.Clone(target, missingFiles);
+      auto copy = std::make_unique<CMSLetterCopy>(document, target, missingFiles);
+      copy->Make();
+      return copy;
     } catch (...) {
       const CFailure failure = FailureOfLetter();
       if (target.IsReadOnly()) throw;  // its medium failed

@@ -20,11 +20,14 @@
 
 #include <cstdint>
 #include <exception>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "MessageStore.h"
 #include "kit/SharedLock.h"
+
+class CMSLetterCopy;
 
 // Bits of CMSBackupSettings::Options.
 inline constexpr std::uint32_t kBackupMirror = 0x1;    // letters and folders that are gone from the
@@ -164,10 +167,10 @@ class MS_API CMSArchiver {
   void BackupFolder(class CMSBackupRun& run);
   // A copy of the folder alone under parent.
   CMSFolder CloneFolder(const CMSFolder& folder, CMSFolder& parent);
-  // A copy of the letter, or an empty handle when it is to be left out. hasCopy: the target holds
-  // an earlier one. stamp is set to that of the letter's files.
-  CMSDocument CloneDocument(const CMSDocument& document, CMSFolder& target, bool hasCopy,
-                            std::uint64_t& stamp);
+  // A copy of the letter that is still to be finished, or null when the letter is to be left out.
+  // hasCopy: the target holds an earlier one. stamp is set to that of the letter's files.
+  std::unique_ptr<CMSLetterCopy> CloneDocument(const CMSDocument& document, CMSFolder& target,
+                                               bool hasCopy, std::uint64_t& stamp);
 
   void ResetStatus(std::uint32_t phase);
   void OnProgress();

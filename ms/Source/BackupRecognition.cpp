@@ -167,16 +167,16 @@ void CMSBackupRecognition::SortOutRemains(const std::vector<std::uint32_t>& lett
   const auto header = [](const CMSLetterTraits& traits) {
     return std::make_tuple(traits.creationTime, traits.subject, traits.sender);
   };
-  std::set<std::tuple<std::uint32_t, std::string, std::string>> whole;
+  std::set<std::tuple<std::uint32_t, std::string, std::string>> listed;
   for (const std::uint32_t id : letters) {
     try {
-      const CMSLetterTraits traits = TraitsOf(m_source.GetDocument(id));
-      if (traits.isComplete) whole.insert(header(traits));
+      listed.insert(header(TraitsOf(m_source.GetDocument(id))));
     } catch (const XKitMsg&) {
       // As above, or it has gone meanwhile.
     }
   }
   std::erase_if(m_remains, [&](std::uint32_t id) {
-    return m_claimed.count(id) != 0 || whole.count(header(TraitsOf(m_target.GetDocument(id)))) == 0;
+    return m_claimed.count(id) != 0 ||
+           listed.count(header(TraitsOf(m_target.GetDocument(id)))) == 0;
   });
 }

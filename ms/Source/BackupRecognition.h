@@ -40,7 +40,7 @@ class CMSBackupRecognition {
   // nothing.
   bool IsMapOfSource() const { return m_agreed * 2 >= m_known; }
   // What interrupted backups have left of copies of the letters: incomplete, named by no map, and
-  // with the header of a letter that is whole in the source. Known after Decide.
+  // with the header of a letter on the list. Known after Decide.
   const std::vector<std::uint32_t>& Remains() const { return m_remains; }
 
  private:

@@ -210,11 +210,12 @@ void CMSBackupRun::Copy(const CMSArchiver::CBackupEntry& entry, const CMSBackupD
   if (!letter) return Count(&CMSArchiver::CStatus::Unchanged, entry.Size);
   const bool replaces = decision.way == CMSBackupDecision::Way::Replace;
   std::uint64_t stamp = 0;
-  const CMSDocument copy = m_archiver.CloneDocument(letter, folder, replaces, stamp);
+  auto copy = m_archiver.CloneDocument(letter, folder, replaces, stamp);
   if (!copy) return Count(&CMSArchiver::CStatus::Failed, entry.Size);
+  const auto id = static_cast<std::uint32_t>(copy->Letter().ID());
+  m_unfinished.push_back(std::move(copy));
   if (m_copied != nullptr) *m_copied = true;
   ++m_unsettled;
-  const auto id = static_cast<std::uint32_t>(copy.ID());
   m_letters.insert(id);
   Remember(entry.Document, id, decision.superseded, stamp);
   Count(replaces ? &CMSArchiver::CStatus::Replaced : &CMSArchiver::CStatus::Copied, entry.Size);
@@ -247,9 +248,14 @@ bool CMSBackupRun::Delete(std::uint32_t document) {
   return true;
 }
 
-// The copies first, then the map that names them, then what it has made superfluous.
+// The copies first, then their mark, then the map that names them, then what it has made
+// superfluous.
 void CMSBackupRun::Settle() {
   m_batch->Commit();
+  for (const auto& copy : m_unfinished) copy->Finish();
+  if (!m_unfinished.empty()) m_batch->Commit();
+  for (const auto& copy : m_unfinished) copy->Keep();
+  m_unfinished.clear();
   m_unsettled = 0;
   if (Has(kBackupAddOnly)) return;
   m_map->Save();

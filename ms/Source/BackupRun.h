@@ -10,9 +10,11 @@
 #include "Archiver.h"
 #include "BackupMap.h"
 #include "BackupRecognition.h"
+#include "Copy.h"
 
-// The order of the steps keeps a backup good at any instant: a letter is copied and safe before the
-// map names it, and the map is safe before an earlier copy is deleted.
+// The order of the steps keeps a backup good at any instant: a letter is copied and safe before it
+// passes for whole, is that before the map names it, and the map is safe before an earlier copy is
+// deleted.
 class CMSBackupRun {
  public:
   // Opens the target. XKitStatus 87 when it is the source or lies inside it.
@@ -77,6 +79,7 @@ class CMSBackupRun {
   std::unordered_set<unsigned long> m_taken;               // folders of the target that are copies
   std::unordered_set<unsigned long> m_reserved;            // those that the map promises to others
   std::unordered_set<std::uint32_t> m_letters;             // letters of the target that are copies
+  std::vector<std::unique_ptr<CMSLetterCopy>> m_unfinished;  // copies since the last promise
   std::vector<CMSBackupMap::Entry> m_stale;  // with copies to delete once the map is safe
   std::size_t m_next = 0;
   std::uint32_t m_unsettled = 0;  // letters since the last promise

@@ -7,9 +7,9 @@
 #include <exception>
 
 #include "Batch.h"
+#include "Copy.h"
 #include "FieldSetters.h"
 #include "FolderSupport.h"
-#include "LetterSnapshot.h"
 #include "Subject.h"
 #include "kit/KitFile.h"
 #include "kit/LogDispatcher.h"
@@ -21,39 +21,7 @@ using foldersupport::ShareOf;
 
 namespace {
 
-// Rolls a copy back unless Keep is called. To be declared after the batch that the copy is made in:
-// its files go as the batch ends.
-class CUnfinishedCopy {
- public:
-  explicit CUnfinishedCopy(const CMSDocument& copy) : m_copy(copy) {}
-  CUnfinishedCopy(const CUnfinishedCopy&) = delete;
-  CUnfinishedCopy& operator=(const CUnfinishedCopy&) = delete;
-  ~CUnfinishedCopy() {
-    if (m_kept) return;
-    try {
-      Withdraw();
-    } catch (const std::exception& error) {
-      // The exception on its way out tells what failed first; this one can only be noted.
-      LogEvent(severity::Error, error.what(), "ms\\Source\\Copy", 1);
-    }
-  }
-  void Keep() { m_kept = true; }
-
- private:
-  // A store that refuses changes since its medium failed keeps the letter as it is: without the bit
-  // Complete, or with all that is its own.
-  void Withdraw() {
-    if (!m_copy) return;
-    Access::Write(m_copy, [](Record& record) {
-      record.Flag =
-          static_cast<std::int32_t>((record.Flag & ~docflag::Complete) | docflag::Deleted);
-    });
-    if (CMSFolder parent = m_copy.Parent()) parent.DeleteDocument(m_copy);
-  }
-
-  CMSDocument m_copy;
-  bool m_kept = false;
-};
+constexpr long kWithheld = docflag::Complete | docflag::Incoming;
 
 // Without the creation time: date text would lose its seconds, so it is left to CopyFields.
 CMSDocument CreateHeader(CMSFolder& target, const Record& from, long flags) {
@@ -165,7 +133,7 @@ void RequireCopied(const Handle& copy, const CMSDocument& letter, const Handle& 
 }  // namespace
 
 CMSDocument CMSDocument::BlankCopy(CMSFolder& target) const {
-  const Record source = Access::Read(*this, [](const Record& record) { return record; });
+  const Record source = HeaderOf(*this);
   RequireWritable(StoreOf(target));
   CMSBatch batch(target.MS());
   CMSDocument copy = CreateHeader(target, source, source.Flag & ~docflag::Complete);
@@ -174,38 +142,72 @@ CMSDocument CMSDocument::BlankCopy(CMSFolder& target) const {
   return copy;
 }
 
-// Until the end the copy counts as outgoing: attachments that come to an incoming letter one by one
-// do not move its folder's counters as far as the whole letter does.
 CMSDocument CMSDocument::Clone(CMSFolder& target, bool missingFiles) const {
-  const CMSLetterSnapshot source = SnapshotOf(*this);
-  RequireWritable(StoreOf(target));
+  CMSLetterCopy copy(*this, target, missingFiles);
   CMSBatch batch(target.MS());
-  constexpr long kWithheld = docflag::Complete | docflag::Incoming;
-  CMSDocument copy = CreateHeader(target, source.record, source.record.Flag & ~kWithheld);
-  if (!copy) throw XCloneError();
-  CUnfinishedCopy unfinished(copy);
-  CMSMessageStoreImp& store = StoreOf(copy);
-  store.Change(
-      [&] { Access::Write(copy, [&](Record& record) { CopyFields(record, source.record); }); });
-  const std::uint32_t body = CopyAttachments(copy, source, missingFiles);
-  CopyRecipients(copy, source);
-  batch.Commit();  // nothing passes for whole before all of it is on the medium
+  copy.Make();
+  batch.Commit();  // nothing passes for whole before all of it is safe
+  copy.Finish();
+  batch.Commit();
+  return copy.Keep();
+}
+
+CMSLetterCopy::CMSLetterCopy(const CMSDocument& source, CMSFolder& target, bool missingFiles)
+    : m_source(SnapshotOf(source)),
+      m_target(target),
+      m_missingFiles(missingFiles),
+      m_withheld(m_source->record.Flag & kWithheld) {}
+
+CMSLetterCopy::~CMSLetterCopy() {
+  if (!m_copy) return;
+  try {
+    Withdraw();
+  } catch (const std::exception& error) {
+    // The exception on its way out tells what failed first; this one can only be noted.
+    LogEvent(severity::Error, error.what(), "ms\\Source\\Copy", 1);
+  }
+}
+
+void CMSLetterCopy::Make() {
+  RequireWritable(StoreOf(m_target));
+  CMSBatch batch(m_target.MS());
+  const Record& header = m_source->record;
+  m_copy = CreateHeader(m_target, header, header.Flag & ~kWithheld);
+  if (!m_copy) throw CMSDocument::XCloneError();
+  StoreOf(m_copy).Change(
+      [&] { Access::Write(m_copy, [&](Record& record) { CopyFields(record, header); }); });
+  m_body = CopyAttachments(m_copy, *m_source, m_missingFiles);
+  CopyRecipients(m_copy, *m_source);
+  m_source.reset();
+  batch.Commit();
+}
+
+void CMSLetterCopy::Finish() {
+  CMSMessageStoreImp& store = StoreOf(m_copy);
   store.Change([&] {
-    const Share before = ShareOf(copy);
-    Access::Write(copy, [&](Record& record) {
-      record.Flag = static_cast<std::int32_t>((source.record.Flag & ~docflag::Encrypted) |
-                                              (record.Flag & docflag::Encrypted));
-      if (body != 0) record.BodyID = body;
+    const Share before = ShareOf(m_copy);
+    Access::Write(m_copy, [&](Record& record) {
+      record.Flag = static_cast<std::int32_t>(record.Flag | m_withheld);
+      if (m_body != 0) record.BodyID = m_body;
     });
-    const Share after = ShareOf(copy);
-    if (const CMSFolder parent = copy.Parent())
+    const Share after = ShareOf(m_copy);
+    if (const CMSFolder parent = m_copy.Parent())
       parent.AdjustExtraCounters(after.unread - before.unread,
                                  after.undelivered - before.undelivered);
-    Announce(copy);
+    store.Listeners().DocumentAdded(m_copy);
+    store.Listeners().DocumentChanged(m_copy);
   });
+}
+
+// The files go with the payment, so it is made here. In a store that refuses changes by now, the
+// mark is all that can be done, and tells a repair to remove the rest.
+void CMSLetterCopy::Withdraw() {
+  CMSBatch batch(m_copy.MS());
+  Access::Write(m_copy, [](Record& record) {
+    record.Flag = static_cast<std::int32_t>((record.Flag & ~docflag::Complete) | docflag::Deleted);
+  });
+  if (CMSFolder parent = m_copy.Parent()) parent.DeleteDocument(m_copy);
   batch.Commit();
-  unfinished.Keep();
-  return copy;
 }
 
 void CMSDocument::AcceptRecipients(const CMSDocument& source, const std::list<CMSRecipient>* except,
@@ -214,7 +216,7 @@ void CMSDocument::AcceptRecipients(const CMSDocument& source, const std::list<CM
   RequireWritable(StoreOf(*this));
   CMSBatch batch(MS());
   for (const auto& from : letter.recipients) {
-    if (IsIn(except, from.handle)) continue;
+    if (from.record.DocID != source.ID() || IsIn(except, from.handle)) continue;
     RequireCopied(AddCopy(*this, keepState ? from.record : WithoutState(from.record)), *this,
                   from.handle);
   }
@@ -227,7 +229,7 @@ void CMSDocument::AcceptAttachments(const CMSDocument& source,
   RequireWritable(StoreOf(*this));
   CMSBatch batch(MS());
   for (const auto& from : letter.attachments) {
-    if (IsIn(except, from.handle)) continue;
+    if (from.record.DocID != source.ID() || IsIn(except, from.handle)) continue;
     CMSAttachment copy = AddCopy(*this, from, from.record.Flag);
     RequireCopied(copy, *this, from.handle);
     copy.Size(from.record.Size);

@@ -1,11 +1,14 @@
 // The key of a letter, enciphered by the memory encryption in use, and what goes with it. The store
 // itself never looks into any of it.
 #include <algorithm>
+#include <cstring>
 #include <exception>
+#include <string>
 
 #include "DocRecord.h"
 #include "FieldSetters.h"
 #include "kit/MemoryEncryption.h"
+#include "kit/Secret.h"
 
 using Access = CMSFieldAccess;
 using Record = CMSDocumentData;
@@ -19,8 +22,11 @@ static_assert(sizeof(Record::KeyInit) == kKeyInitSize);
 // The index of the value that is 0 until the carrier's configuration has been taken over.
 constexpr std::size_t kFilled = 4;
 
-// An encryption that reports success for a block that means "no key".
-constexpr int kNoBlock = -1;
+// An encryption that threw, and one that reports success for a block that means "no key", or that
+// anybody could read.
+constexpr int kThrown = -1;
+constexpr int kNoBlock = -2;
+constexpr int kPlainBlock = -3;
 
 void RequireBuffers(std::initializer_list<const void*> buffers) {
   if (std::ranges::find(buffers, nullptr) == buffers.end()) return;
@@ -57,32 +63,35 @@ void AskCarrier(const CKeyCarrier* carrier, CryptAddInfo& info) {
   info.Value5 = config.Value5;
 }
 
-// What came of a call to the encryption. An exception of its own is kept too: it must not cut the
-// change of the store short, which would make the next opening distrust a store that is sound.
+// What came of a call to the encryption. An exception of its own is kept until the change is over:
+// it must not cut the change short, which would make the next opening distrust a store that is
+// sound.
 struct Outcome {
   int code = 0;
-  std::exception_ptr thrown;
-  bool Ok() const { return code == 0 && thrown == nullptr; }
+  std::string said;
 };
 
 template <class Body>
 Outcome Attempt(Body body) {
   try {
-    return {body(), nullptr};
-  } catch (...) {
-    return {0, std::current_exception()};
+    return {body(), ""};
+  } catch (const XKitStatus& error) {
+    return {error.Code() != 0 ? error.Code() : kThrown, error.what()};
+  } catch (const std::exception& error) {
+    return {kThrown, error.what()};
   }
 }
 
 void RequireDone(const CMSDocument& letter, const Outcome& outcome, int code, const char* failed,
                  const char* advice) {
-  if (outcome.Ok()) return;
-  if (outcome.thrown != nullptr) std::rethrow_exception(outcome.thrown);
+  if (outcome.code == 0) return;
+  const std::string why =
+      outcome.said.empty() ? KitFormat("answered %d", outcome.code) : "said: " + outcome.said;
   throw XKitStatus(
       code,
-      KitFormat("the key of letter %lu in the store '%s' cannot be %s: the memory encryption "
-                "answered %d. %s",
-                letter.ID(), StoreOf(letter).Directory().c_str(), failed, outcome.code, advice));
+      KitFormat("the key of letter %lu in the store '%s' cannot be %s: the memory "
+                "encryption %s. %s",
+                letter.ID(), StoreOf(letter).Directory().c_str(), failed, why.c_str(), advice));
 }
 
 }  // namespace
@@ -93,11 +102,11 @@ void DropKey(CMSDocumentData& record) {
 }
 
 void* CMSDocument::Key(const CKeyCarrier* carrier, CAbstractAsymmKey* asymm, void* key) const {
-  RequireBuffers({key});
   bool found = false;
   const Outcome outcome = Access::Read(*this, [&](const Record& record) -> Outcome {
     found = HasKey(record);
     if (!found) return {};
+    RequireBuffers({key});
     return Attempt([&] {
       const CryptAddInfo info = InfoIn(record);
       return MemoryEncryption().DecryptMemoryEx(carrier, asymm, info.Group, record.Key,
@@ -126,9 +135,14 @@ void CMSDocument::Key(CKeyCarrier* carrier, CAbstractAsymmKey* asymm, const void
       Access::PutText(record.KeyGroup, group.Text());
       CryptAddInfo info = InfoIn(record);
       AskCarrier(carrier, info);
+      // Beside the record, which is a file's: an encryption may work in place.
+      CSecretBytes<sizeof record.Key> block;
+      std::ranges::copy(record.Key, block.Data());
       const int code =
           encryption.EncryptMemoryEx(carrier, asymm, group, key, kDocumentKeySize, record.KeyInit,
-                                     record.KeyIntegrity, info, record.Key);
+                                     record.KeyIntegrity, info, block.Data());
+      if (std::memcmp(block.Data(), key, block.Size()) == 0) return kPlainBlock;
+      std::ranges::copy(block.All(), record.Key);
       if (code != 0) return code;
       if (!HasKey(record)) return kNoBlock;
       PutInfo(record, info);

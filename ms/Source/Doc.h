@@ -211,6 +211,7 @@ class MS_API CMSDocument : public CMSObject<CMSDocumentData> {
  private:
   friend class CMSAttachment;
   friend class CMSFolder;
+  friend class CMSLetterCopy;
   friend class CMSMessageStoreImp;
   friend class CMSRecipient;
 

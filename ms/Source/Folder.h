@@ -80,6 +80,7 @@ class MS_API CMSFolder : public CMSObject<CMSFolderData> {
   int GetUndeliveredDocumentCount() const;
 
  private:
+  friend class CMSLetterCopy;
   friend class CMSMessageStoreImp;
   friend class CMSDocument;
   struct CExtraData {

@@ -127,7 +127,6 @@ CMSLetterImage ImageOf(const CMSDocument& document) {
         result.files.push_back({attachment.path, length});
       } else {
         flag |= attachmentflag::FileRemoved;
-        result.isMissingFiles = true;
       }
     }
     PutAttachment(image, attachment.record, flag, length);
@@ -153,8 +152,7 @@ bool HoldSameBytes(const CMSLetterImage& one, const CMSLetterImage& other) {
 CMSLetterTraits TraitsOf(const CMSDocument& document) {
   return Access::Read(document, [](const CMSDocumentData& record) {
     return CMSLetterTraits{record.CreationTime, SubjectOf(record),
-                           Access::TextOf(record.SenderUserName),
-                           (record.Flag & docflag::Complete) != 0};
+                           Access::TextOf(record.SenderUserName)};
   });
 }
 

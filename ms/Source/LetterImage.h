@@ -19,7 +19,6 @@ struct CMSLetterImage {
   std::string fields;
   std::vector<File> files;  // those that are there, in the order of the attachments
   std::uint64_t stamp = 0;  // of the files' times and lengths; the same only if no file was written
-  bool isMissingFiles = false;
 };
 
 // Raises what reading the letter raises.
@@ -32,7 +31,6 @@ struct CMSLetterTraits {
   std::uint32_t creationTime = 0;
   std::string subject;
   std::string sender;
-  bool isComplete = false;
 };
 CMSLetterTraits TraitsOf(const CMSDocument& document);
 // Whether they may be two states of one letter.

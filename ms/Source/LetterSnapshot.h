@@ -26,7 +26,10 @@ struct CMSLetterSnapshot {
   std::vector<Recipient> recipients;
 };
 
-// Children that name another letter are none of its own: the walk reports them, and they are left
-// out. Takes the lock of the letter's store, for itself alone: whoever then changes another store
-// holds just that one's.
+// All that the walks over the letter give, also children that name another letter (which the walk
+// reports). Texts end within their fields, also those of damaged records; LetterPath and KeyGroup
+// are as they are. Takes the lock of the letter's store, for itself alone: whoever then changes
+// another store holds just that one's.
 CMSLetterSnapshot SnapshotOf(const CMSDocument& document);
+// The letter's own record, likewise.
+CMSDocumentData HeaderOf(const CMSDocument& document);
