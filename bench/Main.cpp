@@ -12,6 +12,7 @@ void RegisterAll() {
   RegisterFolders();
   RegisterInserts();
   RegisterChanges();
+  RegisterBackup();
 }
 
 // In a process that never had a second thread the C library takes locks without atomic

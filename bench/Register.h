@@ -13,6 +13,7 @@ void RegisterReads();
 void RegisterChanges();
 void RegisterFolders();
 void RegisterOpening();
+void RegisterBackup();
 
 struct NamedLevel {
   const char* name;
