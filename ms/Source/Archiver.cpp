@@ -82,7 +82,7 @@ void CMSArchiver::Backup(const CMSMessageStore& store, const char* targetDirecto
   const CMSBackupSettings everything;
   const CMSBackupSettings& chosen = settings != nullptr ? *settings : everything;
   if (chosen.Pack) PackBackupList(selection, chosen);
-  WaitForRoom(directory, selection.TotalSize);
+  if ((chosen.Options & kBackupPlanOnly) == 0) WaitForRoom(directory, selection.TotalSize);
   DoBackup(store, directory.c_str(), selection, chosen, copied);
 }
 
@@ -127,23 +127,34 @@ bool CMSArchiver::IsBackupNeeded(const CBackupList& list, std::uint64_t totalSiz
 
 // Every folder once, however often the links of a damaged store lead to it.
 CMSArchiver::CSelection CMSArchiver::PreBackup(const CMSMessageStore& store) {
+  struct Found {
+    CMSFolder folder;
+    std::uint32_t under;
+  };
   CSelection selection;
-  std::vector<CMSFolder> open{store.Root()};
-  if (!open.back()) {
+  std::vector<Found> open{{store.Root(), 0}};
+  if (!open.back().folder) {
     throw CMSDBException(
         CMSDBException::kCorrupted,
         KitFormat("the store '%s' has no root folder; it needs a repair", store.GetMainFolder()));
   }
-  std::unordered_set<unsigned long> entered{open.back().ID()};
+  std::unordered_set<unsigned long> entered{open.back().folder.ID()};
   while (!open.empty()) {
-    const CMSFolder folder = open.back();
+    const Found found = open.back();
     open.pop_back();
-    if (!IsBackupNeeded(folder)) continue;
-    PreBackupFolder(folder, selection);
+    if (!found.folder || !IsBackupNeeded(found.folder)) continue;
+    if (!found.folder.IsRoot())
+      selection.Folders.push_back({Number(found.folder.ID()), found.under});
     const auto first = static_cast<std::ptrdiff_t>(open.size());
-    CMSFolder child;
-    for (auto place = folder.GetFirstFolderPosition(); folder.GetNextFolder(child, place);) {
-      if (entered.insert(child.ID()).second) open.push_back(child);
+    try {
+      PreBackupFolder(found.folder, selection);
+      CMSFolder child;
+      auto place = found.folder.GetFirstFolderPosition();
+      while (found.folder.GetNextFolder(child, place)) {
+        if (entered.insert(child.ID()).second) open.push_back({child, Number(found.folder.ID())});
+      }
+    } catch (const XKitStatus&) {
+      if (found.folder) throw;  // else another thread has deleted it
     }
     std::reverse(open.begin() + first, open.end());  // the first is to come off first
   }
@@ -151,37 +162,54 @@ CMSArchiver::CSelection CMSArchiver::PreBackup(const CMSMessageStore& store) {
   return selection;
 }
 
-// A letter that names another folder than the one it was found in waits for AddStrays.
 void CMSArchiver::PreBackupFolder(const CMSFolder& folder, CSelection& selection) {
-  if (!folder.IsRoot()) selection.Folders.push_back(Number(folder.ID()));
   CMSDocument document;
   for (auto place = folder.GetFirstDocumentPosition(); folder.GetNextDocument(document, place);) {
-    if (!IsBackupNeeded(document)) continue;
-    const CBackupEntry entry{Number(document.ID()), Number(folder.ID()),
-                             Number(document.CreationTime()), document.GetRawStorageSize()};
-    const bool belongsHere = document.ParentID() == folder.ID();
-    (belongsHere ? selection.List : selection.Strays).push_back(entry);
-    if (belongsHere) selection.TotalSize += entry.Size;
-    {
-      const CSharedLocker guard(m_lock);
-      ++m_status.Listed;
-      m_status.ListedBytes += entry.Size;
+    try {
+      if (!IsBackupNeeded(document)) continue;
+    } catch (const XKitStatus&) {
+      if (document) throw;
+      continue;  // the filter met what another thread has deleted
     }
+    AddLetter(folder, document, selection);
     OnProgress();
   }
 }
 
-// A move that was cut off leaves a letter in two folders: it counts where it says that it belongs.
-// One that is not there at all counts where it was found.
-void CMSArchiver::AddStrays(CSelection& selection) {
-  if (selection.Strays.empty()) return;
-  std::unordered_set<std::uint32_t> listed;
-  for (const CBackupEntry& entry : selection.List) listed.insert(entry.Document);
-  for (const CBackupEntry& stray : selection.Strays) {
-    if (!listed.insert(stray.Document).second) continue;
-    selection.List.push_back(stray);
-    selection.TotalSize += stray.Size;
+// A letter that cannot be read, or whose files cannot be looked at, is listed nevertheless: copying
+// it will tell. One that names another folder than the one it was found in waits for AddStrays.
+void CMSArchiver::AddLetter(const CMSFolder& folder, const CMSDocument& document,
+                            CSelection& selection) {
+  CBackupEntry entry{Number(document.ID()), Number(folder.ID()), 0, 0};
+  bool isStray = false;
+  try {
+    isStray = document.ParentID() != folder.ID();
+    entry.CreationTime = Number(document.CreationTime());
+    entry.Size = document.GetRawStorageSize();
+  } catch (const XKitMsg&) {
+    if (!document) return;  // another thread has deleted it
   }
+  (isStray ? selection.Strays : selection.List).push_back(entry);
+  const CSharedLocker guard(m_lock);
+  ++m_status.Listed;
+  m_status.ListedBytes += entry.Size;
+}
+
+// Each letter once. A move that was cut off leaves a letter in two folders: it counts where it says
+// that it belongs. One that is not there at all counts where it was found; one that another thread
+// has moved meanwhile, where it was met last.
+void CMSArchiver::AddStrays(CSelection& selection) {
+  CBackupList all;
+  all.swap(selection.List);
+  std::unordered_set<std::uint32_t> listed;
+  for (auto entry = all.rbegin(); entry != all.rend(); ++entry) {
+    if (listed.insert(entry->Document).second) selection.List.push_back(*entry);
+  }
+  std::reverse(selection.List.begin(), selection.List.end());
+  for (const CBackupEntry& stray : selection.Strays) {
+    if (listed.insert(stray.Document).second) selection.List.push_back(stray);
+  }
+  for (const CBackupEntry& entry : selection.List) selection.TotalSize += entry.Size;
 }
 
 void CMSArchiver::PackBackupList(CSelection& selection, const CMSBackupSettings& settings) {
@@ -209,8 +237,8 @@ void CMSArchiver::DoBackup(const CMSMessageStore& store, const char* targetDirec
     const CSharedLocker guard(m_lock);
     m_status.Listed = static_cast<std::uint32_t>(selection.List.size());
     m_status.ListedBytes = selection.TotalSize;
+    m_untold = nullptr;
   }
-  m_untold = nullptr;
   CMSBackupRun run(*this, store, targetDirectory, settings, copied);
   if ((settings.Options & kBackupPlanOnly) != 0) {
     run.Recognise(selection.List);
@@ -287,7 +315,7 @@ std::unique_ptr<CMSLetterCopy> CMSArchiver::CloneDocument(const CMSDocument& doc
       if (answer == kAnswerCancel || answer == kAnswerAbort) throw XInterrupted();
       if (answer == kAnswerRetry) continue;
       if (failure.isFull) throw;
-      NoteUntold();
+      NoteUntold(std::current_exception());
       if (failure.code != kit::kStatusAttachmentMissing || missingFiles || hasCopy) return {};
       missingFiles = true;
     }
@@ -295,9 +323,9 @@ std::unique_ptr<CMSLetterCopy> CMSArchiver::CloneDocument(const CMSDocument& doc
 }
 
 // Without a callback nobody has heard of it; the first is kept for the end.
-void CMSArchiver::NoteUntold() {
+void CMSArchiver::NoteUntold(const std::exception_ptr& failure) {
   const CSharedLocker guard(m_lock);
-  if (m_callback == nullptr && !m_untold) m_untold = std::current_exception();
+  if (m_callback == nullptr && !m_untold) m_untold = failure;
 }
 
 void CMSArchiver::ResetStatus(std::uint32_t phase) {

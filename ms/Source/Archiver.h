@@ -11,13 +11,15 @@
 // is a copy of; nothing is ever written to the source.
 //
 // A letter is copied again only when it has changed: it is compared, field by field, with its copy,
-// and its files by their length and time (by their bytes where the time says nothing). Renamed and
+// and its files by their length and times (by their bytes where the times say nothing). Renamed and
 // moved folders and letters are renamed and moved in the target. What the map does not know, or
 // no longer knows rightly (it was lost, the source is another store or was itself restored), is
-// recognised by its content; so nothing is lost when one target is given two stores in turn, though
-// it then keeps the letters of both.
+// recognised by its content. An earlier copy is only replaced by what may be a later state of the
+// same letter: same creation time and subject, or same creation time and sender. So nothing is lost
+// when one target is given two stores in turn, though it then keeps the letters of both.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <exception>
 #include <memory>
@@ -30,11 +32,15 @@
 class CMSLetterCopy;
 
 // Bits of CMSBackupSettings::Options.
-inline constexpr std::uint32_t kBackupMirror = 0x1;    // letters and folders that are gone from the
-                                                       // source go from the target, too
-inline constexpr std::uint32_t kBackupAddOnly = 0x2;   // nothing in the target is changed, moved or
-                                                       // replaced, no map is kept: for restoring
-inline constexpr std::uint32_t kBackupPlanOnly = 0x4;  // tells what would be copied, writes nothing
+//
+// Letters and folders that are gone from the source go from the target, too: those that the map
+// knows, and only when it surely was made of this source: most of the letters that it names, and
+// one at least, are known there, and the source has issued all the IDs that it names.
+inline constexpr std::uint32_t kBackupMirror = 0x1;
+// Nothing in the target is changed, moved or replaced, and no map is kept: for restoring.
+inline constexpr std::uint32_t kBackupAddOnly = 0x2;
+// Tells what would be copied, and writes nothing.
+inline constexpr std::uint32_t kBackupPlanOnly = 0x4;
 
 #pragma pack(push, 1)
 // When a backup is due, and how it is made. Byte-packed.
@@ -50,7 +56,8 @@ struct CMSBackupSettings {
   std::uint32_t PackSize = 0;
 };
 #pragma pack(pop)
-static_assert(sizeof(CMSBackupSettings) == 27);
+static_assert(sizeof(CMSBackupSettings) == 27 && offsetof(CMSBackupSettings, Count) == 13);
+static_assert(offsetof(CMSBackupSettings, Pack) == 18 && offsetof(CMSBackupSettings, Size) == 19);
 
 // One archiver makes one backup at a time; the three setters and the status may be used from other
 // threads meanwhile.
@@ -142,9 +149,14 @@ class MS_API CMSArchiver {
 
  protected:
   using CBackupList = std::vector<CBackupEntry>;
+  // A folder, and the one that it was found in.
+  struct CFolderEntry {
+    std::uint32_t Folder = 0;
+    std::uint32_t Under = 0;
+  };
   // What PreBackup chose. Folders come before those below them; the root is not among them.
   struct CSelection {
-    std::vector<std::uint32_t> Folders;
+    std::vector<CFolderEntry> Folders;
     CBackupList List;
     CBackupList Strays;  // found in a folder that they do not name as theirs
     std::uint64_t TotalSize = 0;
@@ -159,6 +171,7 @@ class MS_API CMSArchiver {
 
   CSelection PreBackup(const CMSMessageStore& store);
   void PreBackupFolder(const CMSFolder& folder, CSelection& selection);
+  void AddLetter(const CMSFolder& folder, const CMSDocument& document, CSelection& selection);
   static void AddStrays(CSelection& selection);
   static void PackBackupList(CSelection& selection, const CMSBackupSettings& settings);
   void DoBackup(const CMSMessageStore& store, const char* targetDirectory,
@@ -182,7 +195,7 @@ class MS_API CMSArchiver {
 
   void WaitForRoom(const std::string& directory, std::uint64_t size);
   int Report(std::uint32_t error, unsigned long detail, const std::string& text);
-  void NoteUntold();
+  void NoteUntold(const std::exception_ptr& failure);
 
   CSharedLock m_lock;  // guards all below
   CStatusCallback* m_callback = nullptr;

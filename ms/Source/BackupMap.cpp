@@ -1,5 +1,6 @@
 #include "BackupMap.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "Format.h"
@@ -12,6 +13,8 @@ constexpr char kFileName[] = "archive3.map";
 constexpr char kNewFileName[] = "archive3.new";
 constexpr char kHeader[] = "ms backup map 1\n";
 constexpr std::size_t kHeaderSize = sizeof kHeader - 1;
+// The kind of the one entry that tells of a backup under way.
+constexpr CMSObjectType kRunMark{0};
 // Outdated entries that are not worth a rewriting.
 constexpr std::size_t kSlack = 1024;
 constexpr std::size_t kBlockEntries = 4096;
@@ -46,7 +49,8 @@ bool Decode(const Slot& slot, std::size_t number, CMSBackupMap::Entry& entry) {
   if (slot.check != CheckOf(slot, number)) return false;
   entry = {static_cast<CMSObjectType>(std::uint32_t{slot.kind}), slot.source, slot.target,
            slot.superseded, slot.stamp};
-  return entry.kind == CMSObjectType::Document || entry.kind == CMSObjectType::Folder;
+  return entry.kind == CMSObjectType::Document || entry.kind == CMSObjectType::Folder ||
+         entry.kind == kRunMark;
 }
 
 std::uint64_t Key(CMSObjectType kind, std::uint32_t id) {
@@ -92,6 +96,10 @@ void CMSBackupMap::Read() {
 }
 
 void CMSBackupMap::Apply(const Entry& entry) {
+  if (entry.kind == kRunMark) {
+    m_unfinishedSince = entry.target;
+    return;
+  }
   const std::uint64_t key = Key(entry.kind, entry.source);
   const auto count = [&](const Entry& one, bool add) {
     for (const std::uint32_t id : {one.target, one.superseded}) {
@@ -128,6 +136,20 @@ std::vector<CMSBackupMap::Entry> CMSBackupMap::Entries() const {
   return entries;
 }
 
+std::uint32_t CMSBackupMap::GreatestSource(CMSObjectType kind) const {
+  std::uint32_t greatest = 0;
+  for (const auto& [key, entry] : m_entries) {
+    if (entry.kind == kind) greatest = std::max(greatest, entry.source);
+  }
+  return greatest;
+}
+
+void CMSBackupMap::MarkUnfinished(std::uint32_t since) {
+  if (since == m_unfinishedSince) return;
+  m_unsaved.push_back({kRunMark, 0, since, 0, 0});
+  m_unfinishedSince = since;
+}
+
 void CMSBackupMap::Put(const Entry& entry) {
   if (const Entry* known = Find(entry.kind, entry.source); known && *known == entry) return;
   m_unsaved.push_back(entry);
@@ -146,6 +168,7 @@ void CMSBackupMap::Clear() {
 }
 
 void CMSBackupMap::Save() {
+  if (m_directory.empty()) return;
   const std::size_t slots = m_slots + m_unsaved.size();
   if (!m_isWhole || slots > 2 * m_entries.size() + kSlack) {
     Rewrite();
@@ -168,7 +191,8 @@ void CMSBackupMap::Append() {
 
 void CMSBackupMap::Rewrite() {
   const std::string made = CKitFile::Join(m_directory, kNewFileName);
-  const std::vector<Entry> entries = Entries();
+  std::vector<Entry> entries = Entries();
+  if (m_unfinishedSince != 0) entries.push_back({kRunMark, 0, m_unfinishedSince, 0, 0});
   {
     CKitFile file(made, {platform::Access::ReadWrite, platform::Disposition::CreateAlways,
                          platform::Sharing::All});

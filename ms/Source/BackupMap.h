@@ -30,6 +30,8 @@ class CMSBackupMap {
     bool operator==(const Entry&) const = default;
   };
 
+  // An empty one that is never saved.
+  CMSBackupMap() = default;
   // Reads the map of the directory. None, or a damaged one, reads as what is whole of it. XKitFile
   // when it is there and cannot be read.
   explicit CMSBackupMap(const std::string& directory);
@@ -39,6 +41,12 @@ class CMSBackupMap {
   // Whether an entry names the object of the target, be it as superseded.
   bool NamesTarget(CMSObjectType kind, std::uint32_t target) const;
   std::vector<Entry> Entries() const;
+  // The greatest ID of the source that has an entry of that kind; 0 without any.
+  std::uint32_t GreatestSource(CMSObjectType kind) const;
+
+  // The greatest ID of the target before a backup that was not finished; 0 when none is under way.
+  std::uint32_t UnfinishedSince() const { return m_unfinishedSince; }
+  void MarkUnfinished(std::uint32_t since);
 
   void Put(const Entry& entry);
   void Drop(CMSObjectType kind, std::uint32_t source);
@@ -54,8 +62,9 @@ class CMSBackupMap {
   void Append();
   void Rewrite();
 
-  const std::string m_directory;
+  const std::string m_directory;  // "": never saved
   const std::string m_path;
+  std::uint32_t m_unfinishedSince = 0;
   std::unordered_map<std::uint64_t, Entry> m_entries;  // by kind and source
   std::unordered_multiset<std::uint64_t> m_targets;    // kind and target, of all entries
   std::vector<Entry> m_unsaved;

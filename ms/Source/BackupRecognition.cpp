@@ -1,9 +1,9 @@
 #include "BackupRecognition.h"
 
 #include <algorithm>
-#include <set>
-#include <tuple>
 
+#include "Roles.h"
+#include "StoreOf.h"
 #include "kit/Hash64.h"
 
 namespace {
@@ -45,29 +45,71 @@ CMSBackupRecognition::CMSBackupRecognition(const CMSMessageStore& source,
 std::vector<CMSBackupDecision> CMSBackupRecognition::Decide(
     const std::vector<std::uint32_t>& letters) {
   using Way = CMSBackupDecision::Way;
+  Vote();
+  m_listed.insert(letters.begin(), letters.end());
   std::vector<CMSBackupDecision> decisions;
   decisions.reserve(letters.size());
   for (const std::uint32_t id : letters) {
     decisions.push_back(AskMap(m_source.GetDocument(id)));
     m_tick();
   }
-  AskFolders();
   const auto isOpen = [](const CMSBackupDecision& one) {
     return one.way == Way::Copy || one.way == Way::Replace;
   };
-  if (!m_target.IsValid() || std::none_of(decisions.begin(), decisions.end(), isOpen)) {
-    return decisions;
-  }
+  const bool isAnyOpen = std::any_of(decisions.begin(), decisions.end(), isOpen);
+  if (!m_target.IsValid() || (!isAnyOpen && m_map.UnfinishedSince() == 0)) return decisions;
   CollectCandidates();
   for (std::size_t i = 0; i < letters.size(); ++i) {
     if (isOpen(decisions[i])) FindByContent(m_source.GetDocument(letters[i]), decisions[i]);
   }
   for (CMSBackupDecision& one : decisions) {
-    if (!IsMapOfSource() || m_claimed.count(one.superseded) != 0) one.superseded = 0;
+    if (m_claimed.count(one.superseded) != 0) one.superseded = 0;
     if (isOpen(one)) one.way = one.superseded != 0 ? Way::Replace : Way::Copy;
   }
-  SortOutRemains(letters);
+  std::erase_if(m_remains, [&](std::uint32_t id) { return m_claimed.count(id) != 0; });
   return decisions;
+}
+
+// A letter without date and subject says nothing of itself.
+void CMSBackupRecognition::Vote() {
+  std::size_t known = 0;
+  std::size_t agreed = 0;
+  for (const auto& entry : m_map.Entries()) {
+    if (entry.kind != CMSObjectType::Document) continue;
+    const CMSDocument letter = m_source.GetDocument(entry.source);
+    if (letter) m_owners.emplace(entry.target, entry.source);
+    const CMSDocument copy = m_target.GetDocument(entry.target);
+    if (!letter || !copy) continue;
+    try {
+      const CMSLetterTraits traits = TraitsOf(letter);
+      if (traits.creationTime == 0 && traits.subject.empty()) continue;
+      const bool agrees = MayBeOneLetter(traits, TraitsOf(copy));
+      ++known;
+      if (agrees) ++agreed;
+    } catch (const XKitMsg&) {
+      // One that cannot be read has no vote.
+    }
+  }
+  m_isMapOfSource = agreed * 2 >= known;
+  if (known == 0) VoteByFolders();
+  const std::uint32_t greatest = std::max(m_map.GreatestSource(CMSObjectType::Document),
+                                          m_map.GreatestSource(CMSObjectType::Folder));
+  m_mayRemove = m_isMapOfSource && agreed > 0 && StoreOf(m_source.Root()).LastID() >= greatest;
+}
+
+// Predefined folders are the same in all stores.
+void CMSBackupRecognition::VoteByFolders() {
+  std::size_t known = 0;
+  std::size_t agreed = 0;
+  for (const auto& entry : m_map.Entries()) {
+    if (entry.kind != CMSObjectType::Folder) continue;
+    const CMSFolder folder = m_source.GetFolder(entry.source);
+    const CMSFolder copy = m_target.GetFolder(entry.target);
+    if (!folder || !copy || MSF::IsPredefinedType(folder.Type())) continue;
+    ++known;
+    if (folder.Name() == copy.Name()) ++agreed;
+  }
+  m_isMapOfSource = agreed * 2 >= known;
 }
 
 CMSBackupDecision CMSBackupRecognition::AskMap(const CMSDocument& letter) {
@@ -80,23 +122,23 @@ CMSBackupDecision CMSBackupRecognition::AskMap(const CMSDocument& letter) {
   if (entry == nullptr) return decision;
   const CMSDocument copy = m_target.GetDocument(entry->target);
   if (!copy || m_claimed.count(entry->target) != 0) return decision;
+  bool mayBeEarlier = true;  // of one that cannot be read: a copy that fails leaves it as it is
   try {
-    ++m_known;
     const CMSLetterImage image = ImageOf(letter);
     if (IsCopy(image, copy, &entry->stamp)) {
-      ++m_agreed;
       m_claimed.insert(entry->target);
       decision.way = CMSBackupDecision::Way::Keep;
       decision.target = entry->target;
       decision.stamp = image.stamp;
-    } else if (MayBeOneLetter(TraitsOf(letter), TraitsOf(copy))) {
-      ++m_agreed;
-      decision.way = CMSBackupDecision::Way::Replace;
-      decision.superseded = entry->target;
+      return decision;
     }
+    mayBeEarlier = MayBeOneLetter(TraitsOf(letter), TraitsOf(copy));
   } catch (const XKitMsg&) {
     // Copying the letter will tell what cannot be read.
   }
+  if (!mayBeEarlier || !m_isMapOfSource) return decision;
+  decision.way = CMSBackupDecision::Way::Replace;
+  decision.superseded = entry->target;
   return decision;
 }
 
@@ -104,29 +146,28 @@ bool CMSBackupRecognition::IsCopy(const CMSLetterImage& letter, const CMSDocumen
                                   const std::uint64_t* stamp) {
   const CMSLetterImage other = ImageOf(copy);
   if (letter.fields != other.fields) return false;
-  return (stamp != nullptr && *stamp == letter.stamp) || HoldSameBytes(letter, other);
+  const bool isUntouched = stamp != nullptr && *stamp != 0 && *stamp == letter.stamp;
+  return isUntouched || HoldSameBytes(letter, other);
 }
 
-void CMSBackupRecognition::AskFolders() {
-  for (const auto& entry : m_map.Entries()) {
-    if (entry.kind != CMSObjectType::Folder) continue;
-    const CMSFolder folder = m_source.GetFolder(entry.source);
-    const CMSFolder copy = m_target.GetFolder(entry.target);
-    if (!folder || !copy) continue;
-    ++m_known;
-    if (folder.Name() == copy.Name()) ++m_agreed;
-  }
+// The copy of a letter that lives, but is not looked after this time.
+bool CMSBackupRecognition::BelongsToOther(std::uint32_t copy) {
+  const auto owner = m_owners.find(copy);
+  return m_isMapOfSource && owner != m_owners.end() && m_listed.count(owner->second) == 0;
 }
 
 void CMSBackupRecognition::CollectCandidates() {
+  const std::uint32_t since = m_map.UnfinishedSince();
   std::unordered_set<std::uint32_t> seen;  // a move that was cut off leaves a letter in two folders
   EachLetter(m_target.Root(), [&](const CMSDocument& letter) {
     const std::uint32_t id = NumberOf(letter);
-    if (m_claimed.count(id) != 0 || !seen.insert(id).second) return;
+    if (m_claimed.count(id) != 0 || !seen.insert(id).second || BelongsToOther(id)) return;
     try {
       m_candidates.emplace(HashOf(ImageOf(letter)), id);
       const bool isNamed = m_map.NamesTarget(CMSObjectType::Document, id);
-      if (!isNamed && !letter.IsAction(docflag::Complete)) m_remains.push_back(id);
+      if (since != 0 && id > since && !isNamed && !letter.IsAction(docflag::Complete)) {
+        m_remains.push_back(id);
+      }
     } catch (const XKitMsg&) {
       // A letter that cannot be read is nobody's copy.
     }
@@ -158,25 +199,4 @@ void CMSBackupRecognition::FindByContent(const CMSDocument& letter, CMSBackupDec
   } catch (const XKitMsg&) {
     // As above.
   }
-}
-
-// A copy that was cut off has its letter's header already, but not yet the mark of a whole one.
-void CMSBackupRecognition::SortOutRemains(const std::vector<std::uint32_t>& letters) {
-  if (!IsMapOfSource()) m_remains.clear();
-  if (m_remains.empty()) return;
-  const auto header = [](const CMSLetterTraits& traits) {
-    return std::make_tuple(traits.creationTime, traits.subject, traits.sender);
-  };
-  std::set<std::tuple<std::uint32_t, std::string, std::string>> listed;
-  for (const std::uint32_t id : letters) {
-    try {
-      listed.insert(header(TraitsOf(m_source.GetDocument(id))));
-    } catch (const XKitMsg&) {
-      // As above, or it has gone meanwhile.
-    }
-  }
-  std::erase_if(m_remains, [&](std::uint32_t id) {
-    return m_claimed.count(id) != 0 ||
-           listed.count(header(TraitsOf(m_target.GetDocument(id)))) == 0;
-  });
 }

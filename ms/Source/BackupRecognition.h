@@ -30,34 +30,40 @@ struct CMSBackupDecision {
 // earlier state. Changes nothing. Letters that cannot be read count as different from all others.
 class CMSBackupRecognition {
  public:
-  // tick is called after each letter of the list; it may throw.
+  // target may be empty. tick is called after each letter of the list; it may throw.
   CMSBackupRecognition(const CMSMessageStore& source, const CMSMessageStore& target,
                        const CMSBackupMap& map, std::function<void()> tick);
 
   std::vector<CMSBackupDecision> Decide(const std::vector<std::uint32_t>& letters);
-  // Whether the map was made of this source, judged by whether most of what it names is still what
-  // it was. Known after Decide; if not, the map's word about letters and folders counts for
-  // nothing.
-  bool IsMapOfSource() const { return m_agreed * 2 >= m_known; }
-  // What interrupted backups have left of copies of the letters: incomplete, named by no map, and
-  // with the header of a letter on the list. Known after Decide.
+
+  // Whether the map was made of this source: most letters that it names, and that are there still,
+  // may be what they were. If not, its word about letters and folders counts for nothing.
+  bool IsMapOfSource() const { return m_isMapOfSource; }
+  // Whether that is certain enough to believe that what is gone from the source was deleted there:
+  // some letter says so, and the source has issued all the IDs that the map knows.
+  bool MayRemove() const { return m_mayRemove; }
+  // What an unfinished backup has left of copies: incomplete, made since it began, named by no map.
+  // Known after Decide.
   const std::vector<std::uint32_t>& Remains() const { return m_remains; }
 
  private:
+  void Vote();
+  void VoteByFolders();
   CMSBackupDecision AskMap(const CMSDocument& letter);
   bool IsCopy(const CMSLetterImage& letter, const CMSDocument& copy, const std::uint64_t* stamp);
-  void AskFolders();
+  bool BelongsToOther(std::uint32_t copy);
   void CollectCandidates();
   void FindByContent(const CMSDocument& letter, CMSBackupDecision& decision);
-  void SortOutRemains(const std::vector<std::uint32_t>& letters);
 
   CMSMessageStore m_source;
   CMSMessageStore m_target;
   const CMSBackupMap& m_map;
   const std::function<void()> m_tick;
-  std::size_t m_known = 0;   // objects that the map names and both stores have
-  std::size_t m_agreed = 0;  // of them: those that may be two states of one object
+  bool m_isMapOfSource = true;
+  bool m_mayRemove = false;
+  std::unordered_set<std::uint32_t> m_listed;   // letters of the source
   std::unordered_set<std::uint32_t> m_claimed;  // letters of the target that are somebody's copy
+  std::unordered_map<std::uint32_t, std::uint32_t> m_owners;  // letters of the source, by copy
   std::unordered_multimap<std::uint64_t, std::uint32_t> m_candidates;  // by hash of their content
   std::vector<std::uint32_t> m_remains;
 };

@@ -2,6 +2,7 @@
 
 #include "BackupTarget.h"
 #include "Roles.h"
+#include "StoreOf.h"
 #include "kit/KitFile.h"
 #include "kit/LogDispatcher.h"
 
@@ -10,18 +11,26 @@ namespace {
 constexpr std::uint32_t kLettersPerPromise = 100;
 constexpr std::uint32_t kRoot = 1;
 
-// Whether the path is the directory or lies below it, by the identity of what is there.
+bool IsSame(const platform::FileInfo& one, const platform::FileInfo& other) {
+  return one.kind != platform::FileKind::None && one.stamp.device == other.stamp.device &&
+         one.stamp.file == other.stamp.file;
+}
+
+// Whether the path is the directory or lies, or would lie, below it: by what is there, wherever
+// links lead.
 bool LiesWithin(const std::string& path, const std::string& directory) {
-  const auto ofDirectory = CKitFile::Info(directory).stamp;
-  for (std::string at = CKitFile::FullName(path);;) {
-    const auto here = CKitFile::Info(at);
-    if (here.kind != platform::FileKind::None && here.stamp.device == ofDirectory.device &&
-        here.stamp.file == ofDirectory.file) {
-      return true;
-    }
+  const platform::FileInfo wanted = CKitFile::Info(directory);
+  std::string at = CKitFile::FullName(path);
+  while (CKitFile::Info(at).kind == platform::FileKind::None) {
     std::string above = CKitFile::DirectoryName(at);
     if (above.empty() || above == at) return false;
     at = std::move(above);
+  }
+  for (;;) {
+    const platform::FileInfo here = CKitFile::Info(at);
+    if (IsSame(here, wanted)) return true;
+    at = CKitFile::Join(at, "..");
+    if (IsSame(here, CKitFile::Info(at))) return false;  // the top
   }
 }
 
@@ -53,7 +62,8 @@ void CMSBackupRun::OpenTarget(const std::string& directory) {
                          "the store '" + directory + "' has no root folder; it needs a repair");
   }
   const bool isMapped = m_target.IsValid() && !Has(kBackupAddOnly);
-  m_map = std::make_unique<CMSBackupMap>(isMapped ? m_target.GetMainFolder() : "");
+  m_map = isMapped ? std::make_unique<CMSBackupMap>(m_target.GetMainFolder())
+                   : std::make_unique<CMSBackupMap>();
   if (isPlan) return;
   m_batch = std::make_unique<CMSBatch>(m_target);
   FinishLastRun();
@@ -62,9 +72,7 @@ void CMSBackupRun::OpenTarget(const std::string& directory) {
 void CMSBackupRun::FinishLastRun() {
   for (CMSBackupMap::Entry entry : m_map->Entries()) {
     if (entry.superseded == 0) continue;
-    if (entry.kind == CMSObjectType::Document && m_target.GetDocument(entry.target)) {
-      Delete(entry.superseded);
-    }
+    if (m_target.GetDocument(entry.target)) Delete(entry.superseded);
     entry.superseded = 0;
     m_map->Put(entry);
   }
@@ -85,6 +93,7 @@ void CMSBackupRun::Recognise(const std::vector<CMSArchiver::CBackupEntry>& list)
   m_decisions = recognition.Decide(letters);
   m_remains = recognition.Remains();
   for (const auto& decision : m_decisions) m_letters.insert(decision.target);
+  m_mayRemove = recognition.MayRemove();
   if (!recognition.IsMapOfSource()) m_map->Clear();
 }
 
@@ -103,7 +112,7 @@ void CMSBackupRun::TellPlan() {
     }
     Count(counter, m_list[i].Size);
   }
-  if (!Has(kBackupMirror)) return;
+  if (!Has(kBackupMirror) || !m_mayRemove) return;
   for (const auto& entry : m_map->Entries()) {
     if (IsLost(entry) && m_target.GetDocument(entry.target)) CountRemoved();
   }
@@ -115,33 +124,42 @@ CMSFolder CMSBackupRun::CopyOf(std::uint32_t folder) const {
   return found == m_folders.end() ? CMSFolder() : found->second;
 }
 
-void CMSBackupRun::PlaceFolders(const std::vector<std::uint32_t>& folders) {
-  for (const std::uint32_t id : folders) {
-    if (const auto* entry = m_map->Find(CMSObjectType::Folder, id))
-      m_reserved.insert(entry->target);
+// Copies that the map gives to folders which live are for these alone.
+void CMSBackupRun::ReserveFolders() {
+  for (const auto& entry : m_map->Entries()) {
+    if (entry.kind == CMSObjectType::Folder && m_source.GetFolder(entry.source))
+      m_reserved.insert(entry.target);
   }
-  const CMSFolder sourceRoot = m_source.Root();
+}
+
+void CMSBackupRun::PlaceFolders(const std::vector<CMSArchiver::CFolderEntry>& folders) {
+  ReserveFolders();
   CMSFolder root = m_target.Root();
   CMSFolder nowhere;
-  if (!Has(kBackupAddOnly)) Align(root, sourceRoot, nowhere);
+  if (!Has(kBackupAddOnly)) Align(root, m_source.Root(), nowhere);
   m_folders.emplace(kRoot, root);
   m_taken.insert(root.ID());
-  for (const std::uint32_t id : folders) {
-    const CMSFolder folder = m_source.GetFolder(id);
-    CMSFolder parent = folder ? CopyOf(static_cast<std::uint32_t>(folder.ParentID())) : CMSFolder();
-    if (!parent) continue;
-    CMSFolder copy = FindFolder(folder, parent);
-    if (!copy) {
-      copy = m_archiver.CloneFolder(folder, parent);
-    } else if (!Has(kBackupAddOnly)) {
-      Align(copy, folder, parent);
-    }
-    m_folders.emplace(id, copy);
-    m_taken.insert(copy.ID());
-    if (!Has(kBackupAddOnly)) {
-      m_map->Put({CMSObjectType::Folder, id, static_cast<std::uint32_t>(copy.ID()), 0, 0});
-    }
+  for (const auto& entry : folders) PlaceFolder(entry);
+  Settle();
+}
+
+// A folder belongs where it says, if that is backed up, else where it was found.
+void CMSBackupRun::PlaceFolder(const CMSArchiver::CFolderEntry& entry) {
+  const CMSFolder folder = m_source.GetFolder(entry.Folder);
+  if (!folder) return;
+  CMSFolder parent = CopyOf(static_cast<std::uint32_t>(folder.ParentID()));
+  if (!parent) parent = CopyOf(entry.Under);
+  if (!parent) return;
+  CMSFolder copy = FindFolder(folder, parent);
+  if (!copy) {
+    copy = m_archiver.CloneFolder(folder, parent);
+  } else if (!Has(kBackupAddOnly)) {
+    Align(copy, folder, parent);
   }
+  m_folders.emplace(entry.Folder, copy);
+  m_taken.insert(copy.ID());
+  if (Has(kBackupAddOnly)) return;
+  m_map->Put({CMSObjectType::Folder, entry.Folder, static_cast<std::uint32_t>(copy.ID()), 0, 0});
 }
 
 CMSFolder CMSBackupRun::FindFolder(const CMSFolder& folder, const CMSFolder& parent) {
@@ -155,8 +173,7 @@ CMSFolder CMSBackupRun::FindFolder(const CMSFolder& folder, const CMSFolder& par
 // A predefined folder is known by its type, any other by its name.
 CMSFolder CMSBackupRun::AmongChildren(const CMSFolder& folder, const CMSFolder& parent) const {
   const long type = folder.Type();
-  const bool isPredefined =
-      parent.IsRoot() && type >= MSF::kRoleWmRoot && type <= MSF::kRoleDeleted;
+  const bool isPredefined = parent.IsRoot() && MSF::IsPredefinedType(type);
   CMSFolder namesake;
   CMSFolder child;
   for (auto place = parent.GetFirstFolderPosition(); parent.GetNextFolder(child, place);) {
@@ -181,8 +198,14 @@ void CMSBackupRun::NextLetter(CMSFolder& folder) {
   const CMSArchiver::CBackupEntry& entry = m_list[m_next];
   const CMSBackupDecision& decision = m_decisions[m_next];
   ++m_next;
-  if (decision.way == Way::Gone || !folder) {
+  if (decision.way == Way::Gone || !m_source.GetDocument(entry.Document)) {
     Count(&CMSArchiver::CStatus::Unchanged, entry.Size);
+  } else if (!folder) {
+    const XKitStatus failure(kit::kStatusInvalidHandle,
+                             "the letter's folder went while it was being backed up");
+    m_archiver.Report(kit::kStatusInvalidHandle, entry.Document, failure.what());
+    m_archiver.NoteUntold(std::make_exception_ptr(failure));
+    Count(&CMSArchiver::CStatus::Failed, entry.Size);
   } else if (decision.way == Way::Keep) {
     Keep(entry, decision, folder);
   } else {
@@ -209,6 +232,7 @@ void CMSBackupRun::Copy(const CMSArchiver::CBackupEntry& entry, const CMSBackupD
   const CMSDocument letter = m_source.GetDocument(entry.Document);
   if (!letter) return Count(&CMSArchiver::CStatus::Unchanged, entry.Size);
   const bool replaces = decision.way == CMSBackupDecision::Way::Replace;
+  MarkBegun();
   std::uint64_t stamp = 0;
   auto copy = m_archiver.CloneDocument(letter, folder, replaces, stamp);
   if (!copy) return Count(&CMSArchiver::CStatus::Failed, entry.Size);
@@ -240,12 +264,42 @@ void CMSBackupRun::Count(std::uint32_t CMSArchiver::CStatus::*counter, std::uint
   m_archiver.OnProgress();
 }
 
+// What a crash leaves of a copy starts behind this mark.
+void CMSBackupRun::MarkBegun() {
+  if (Has(kBackupAddOnly) || m_map->UnfinishedSince() != 0) return;
+  m_map->MarkUnfinished(StoreOf(m_target.Root()).LastID());
+  m_map->Save();
+}
+
+// What cannot be deleted, since a crash has damaged it, is a repair's business; the backup goes on.
+template <class Body>
+bool CMSBackupRun::Try(Body body) {
+  try {
+    return body();
+  } catch (const XKitMsg& error) {
+    if (m_target.IsReadOnly()) throw;
+    LogEvent(severity::Error, error.what(), "ms\\Source\\BackupRun", 2);
+    return false;
+  }
+}
+
 bool CMSBackupRun::Delete(std::uint32_t document) {
-  CMSDocument copy = m_target.GetDocument(document);
-  CMSFolder folder = copy ? copy.Parent() : CMSFolder();
-  if (!folder) return false;
-  folder.DeleteDocument(copy);
-  return true;
+  return Try([&] {
+    CMSDocument copy = m_target.GetDocument(document);
+    CMSFolder folder = copy ? copy.Parent() : CMSFolder();
+    if (!folder) return false;
+    folder.DeleteDocument(copy);
+    return true;
+  });
+}
+
+bool CMSBackupRun::RemoveFolder(CMSFolder& folder) {
+  return Try([&] {
+    CMSFolder parent = folder.Parent();
+    if (!parent || !folder.IsEmpty()) return false;
+    parent.DeleteFolder(folder);
+    return true;
+  });
 }
 
 // The copies first, then their mark, then the map that names them, then what it has made
@@ -280,6 +334,10 @@ void CMSBackupRun::CountRemoved() {
 
 void CMSBackupRun::RemoveLost() {
   for (const auto& entry : m_map->Entries()) {
+    if (entry.kind == CMSObjectType::Document && m_source.GetDocument(entry.source))
+      m_letters.insert(entry.target);
+  }
+  for (const auto& entry : m_map->Entries()) {
     if (entry.kind != CMSObjectType::Document || m_source.GetDocument(entry.source)) continue;
     if (IsLost(entry) && Delete(entry.target)) CountRemoved();
     m_map->Drop(entry.kind, entry.source);
@@ -294,10 +352,7 @@ void CMSBackupRun::RemoveLostFolders() {
     for (const auto& entry : m_map->Entries()) {
       if (entry.kind != CMSObjectType::Folder || m_source.GetFolder(entry.source)) continue;
       CMSFolder copy = m_target.GetFolder(entry.target);
-      if (copy && m_taken.count(copy.ID()) == 0) {
-        if (!copy.IsEmpty()) continue;
-        copy.Parent().DeleteFolder(copy);
-      }
+      if (copy && m_taken.count(copy.ID()) == 0 && !RemoveFolder(copy)) continue;
       m_map->Drop(entry.kind, entry.source);
       changed = true;
     }
@@ -308,10 +363,11 @@ void CMSBackupRun::Finish() {
   Settle();
   if (Has(kBackupAddOnly)) return;
   for (const std::uint32_t letter : m_remains) Delete(letter);
-  if (Has(kBackupMirror)) {
+  if (Has(kBackupMirror) && m_mayRemove) {
     RemoveLost();
     m_archiver.OnProgress();
   }
+  m_map->MarkUnfinished(0);
   Settle();
 }
 

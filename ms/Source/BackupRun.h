@@ -28,8 +28,8 @@ class CMSBackupRun {
 
   // The copies of the folders, which come in the order of the tree, made where they are missing and
   // put where they belong.
-  void PlaceFolders(const std::vector<std::uint32_t>& folders);
-  // Empty when the folder has none, since the source has lost it.
+  void PlaceFolders(const std::vector<CMSArchiver::CFolderEntry>& folders);
+  // Empty when the folder has none.
   CMSFolder CopyOf(std::uint32_t folder) const;
   // Letters come in the order of the list. Does with the next one what was decided; folder is the
   // copy of its folder.
@@ -46,10 +46,12 @@ class CMSBackupRun {
   bool Has(std::uint32_t option) const { return (m_settings.Options & option) != 0; }
   void OpenTarget(const std::string& directory);
   void FinishLastRun();
+  void ReserveFolders();
+  void PlaceFolder(const CMSArchiver::CFolderEntry& entry);
 
   CMSFolder FindFolder(const CMSFolder& folder, const CMSFolder& parent);
   CMSFolder AmongChildren(const CMSFolder& folder, const CMSFolder& parent) const;
-  void Align(CMSFolder& copy, const CMSFolder& folder, CMSFolder& parent);
+  static void Align(CMSFolder& copy, const CMSFolder& folder, CMSFolder& parent);
 
   void Keep(const CMSArchiver::CBackupEntry& entry, const CMSBackupDecision& decision,
             CMSFolder& folder);
@@ -58,11 +60,15 @@ class CMSBackupRun {
   void Remember(std::uint32_t document, std::uint32_t copy, std::uint32_t superseded,
                 std::uint64_t stamp);
   void Count(std::uint32_t CMSArchiver::CStatus::*counter, std::uint64_t bytes);
+  void MarkBegun();
+  template <class Body>
+  bool Try(Body body);
   bool Delete(std::uint32_t document);
   bool IsLost(const CMSBackupMap::Entry& entry);
   void CountRemoved();
   void RemoveLost();
   void RemoveLostFolders();
+  bool RemoveFolder(CMSFolder& folder);
   void Settle();
 
   CMSArchiver& m_archiver;
@@ -74,7 +80,8 @@ class CMSBackupRun {
   std::unique_ptr<CMSBackupMap> m_map;
   std::vector<CMSArchiver::CBackupEntry> m_list;
   std::vector<CMSBackupDecision> m_decisions;
-  std::vector<std::uint32_t> m_remains;                    // of interrupted backups
+  std::vector<std::uint32_t> m_remains;
+  bool m_mayRemove = false;                                // of interrupted backups
   std::unordered_map<std::uint32_t, CMSFolder> m_folders;  // copies, by the source's ID
   std::unordered_set<unsigned long> m_taken;               // folders of the target that are copies
   std::unordered_set<unsigned long> m_reserved;            // those that the map promises to others

@@ -22,6 +22,7 @@ enum class CMSDurabilityLevel {
 // the outermost waits. Make and destroy a batch on one thread. It keeps the store open.
 class MS_API CMSBatch {
  public:
+  // XKitStatus 6 for an empty handle.
   explicit CMSBatch(const CMSMessageStore& store);
   CMSBatch(const CMSBatch&) = delete;
   CMSBatch& operator=(const CMSBatch&) = delete;

@@ -48,8 +48,13 @@ void CopyFields(Record& to, const Record& from) {
   if ((from.Flag & docflag::Deleted) != 0) to.DeletedTime = from.DeletedTime;
 }
 
+// Without a file a name that a damaged record makes too long need not stay.
 CMSAttachment AddCopy(CMSDocument& letter, const CMSLetterSnapshot::Attachment& source, long flag) {
-  return letter.AddAttachment(source.path, false, Access::TextOf(source.record.Name),
+  constexpr std::size_t kLongestName = 240;
+  const std::string name = CKitFile::BaseName(source.path) + CKitFile::Extension(source.path);
+  const bool dropsName = (flag & attachmentflag::FileRemoved) != 0 && name.size() > kLongestName;
+  return letter.AddAttachment(dropsName ? CKitString() : CKitString(source.path), false,
+                              Access::TextOf(source.record.Name),
                               Access::TextOf(source.record.AttachmentName), flag);
 }
 
@@ -144,6 +149,7 @@ CMSDocument CMSDocument::BlankCopy(CMSFolder& target) const {
 
 CMSDocument CMSDocument::Clone(CMSFolder& target, bool missingFiles) const {
   CMSLetterCopy copy(*this, target, missingFiles);
+  RequireWritable(StoreOf(target));
   CMSBatch batch(target.MS());
   copy.Make();
   batch.Commit();  // nothing passes for whole before all of it is safe

@@ -141,7 +141,7 @@ void CMSDocument::Key(CKeyCarrier* carrier, CAbstractAsymmKey* asymm, const void
       const int code =
           encryption.EncryptMemoryEx(carrier, asymm, group, key, kDocumentKeySize, record.KeyInit,
                                      record.KeyIntegrity, info, block.Data());
-      if (std::memcmp(block.Data(), key, block.Size()) == 0) return kPlainBlock;
+      if (std::memcmp(block.Data(), key, block.Size()) == 0) return code != 0 ? code : kPlainBlock;
       std::ranges::copy(block.All(), record.Key);
       if (code != 0) return code;
       if (!HasKey(record)) return kNoBlock;

@@ -1,15 +1,22 @@
 #include "LetterImage.h"
 
+#include <algorithm>
+
 #include "LetterSnapshot.h"
 #include "ObjectAccess.h"
 #include "StoreOf.h"
 #include "Subject.h"
 #include "kit/Hash64.h"
 #include "kit/KitFile.h"
+#include "platform/Time.h"
 
 namespace {
 
 using Access = CMSFieldAccess;
+
+// Seconds: no file system tells times more roughly.
+constexpr std::int64_t kCoarsestTick = 2;
+constexpr std::int64_t kNanoseconds = 1'000'000'000;
 
 // A text and numbers, each so that it ends where it says.
 class CImageWriter {
@@ -109,11 +116,13 @@ bool HoldSameBytes(const std::string& one, const std::string& other) {
 }  // namespace
 
 CMSLetterImage ImageOf(const CMSDocument& document) {
+  const std::int64_t now = platform::Now().seconds;
   const CMSLetterSnapshot letter = SnapshotOf(document);
   CMSLetterImage result;
   CImageWriter image;
   PutDocument(image, letter.record);
   CHash64 stamp;
+  std::int64_t newest = 0;
   image.Number(static_cast<std::int64_t>(letter.attachments.size()));
   for (const auto& attachment : letter.attachments) {
     std::int32_t flag = attachment.record.Flag;
@@ -123,7 +132,10 @@ CMSLetterImage ImageOf(const CMSDocument& document) {
           attachment.path.empty() ? platform::FileInfo() : CKitFile::Info(attachment.path);
       if (info.kind == platform::FileKind::File) {
         length = info.length;
-        stamp.Add(length).Add(static_cast<std::uint64_t>(info.stamp.modifiedNs));
+        stamp.Add(length)
+            .Add(static_cast<std::uint64_t>(info.stamp.modifiedNs))
+            .Add(static_cast<std::uint64_t>(info.stamp.changedNs));
+        newest = std::max({newest, info.stamp.modifiedNs, info.stamp.changedNs});
         result.files.push_back({attachment.path, length});
       } else {
         flag |= attachmentflag::FileRemoved;
@@ -134,7 +146,7 @@ CMSLetterImage ImageOf(const CMSDocument& document) {
   image.Number(static_cast<std::int64_t>(letter.recipients.size()));
   for (const auto& recipient : letter.recipients) PutRecipient(image, recipient.record);
   result.fields = image.Take();
-  result.stamp = stamp.Value();
+  if (newest / kNanoseconds + kCoarsestTick < now) result.stamp = stamp.Value();
   return result;
 }
 
@@ -156,7 +168,11 @@ CMSLetterTraits TraitsOf(const CMSDocument& document) {
   });
 }
 
+// A common minute or a common subject alone are found in many letters.
 bool MayBeOneLetter(const CMSLetterTraits& one, const CMSLetterTraits& other) {
-  return one.creationTime == other.creationTime ||
-         (one.subject == other.subject && one.sender == other.sender);
+  if (one.creationTime != other.creationTime) return false;
+  const bool isSameSubject = one.subject == other.subject;
+  const bool isSameSender = one.sender == other.sender;
+  if (one.creationTime == 0) return isSameSubject && isSameSender && !one.subject.empty();
+  return isSameSubject || (isSameSender && !one.sender.empty());
 }

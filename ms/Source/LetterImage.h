@@ -18,7 +18,9 @@ struct CMSLetterImage {
 
   std::string fields;
   std::vector<File> files;  // those that are there, in the order of the attachments
-  std::uint64_t stamp = 0;  // of the files' times and lengths; the same only if no file was written
+  // Of the files' times and lengths: the same only if no file was written since. 0 when a file is
+  // so new that its time might stay the same with the next writing: never equal to another.
+  std::uint64_t stamp = 0;
 };
 
 // Raises what reading the letter raises.
@@ -26,7 +28,7 @@ CMSLetterImage ImageOf(const CMSDocument& document);
 // Whether the files hold the same bytes, one by one. Reads them.
 bool HoldSameBytes(const CMSLetterImage& one, const CMSLetterImage& other);
 
-// What a letter is likely to keep when it changes.
+// What a letter is likely to keep when it changes, at least in part.
 struct CMSLetterTraits {
   std::uint32_t creationTime = 0;
   std::string subject;

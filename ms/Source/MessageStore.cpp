@@ -151,6 +151,8 @@ void CMSMessageStore::RemoveListener(CMSFolderListener* listener) {
 }
 
 CMSBatch::CMSBatch(const CMSMessageStore& store) : m_store(store.m_store) {
+  if (m_store == nullptr)
+    throw XKitStatus(kit::kStatusInvalidHandle, "a batch needs an open store; the handle is empty");
   m_store->Durability().Begin();
   m_store->AddRef();
 }

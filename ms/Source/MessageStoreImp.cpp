@@ -207,6 +207,11 @@ std::uint32_t CMSMessageStoreImp::IssueID() {
   return m_lastID;
 }
 
+std::uint32_t CMSMessageStoreImp::LastID() const {
+  const CSharedLocker guard(m_lock);
+  return m_lastID;
+}
+
 void CMSMessageStoreImp::OnAttachmentSizeChanged(long difference) {
   const CSharedLocker guard(m_lock);
   m_size += static_cast<std::uint32_t>(difference);

@@ -90,6 +90,8 @@ class CMSMessageStoreImp : public CKitReference {
   // A new ID; the counters are written as the outermost change ends. XKitStatus 19 on a store that
   // takes no changes; XKitMsg when the numbers are used up.
   std::uint32_t IssueID();
+  // The greatest that was ever issued.
+  std::uint32_t LastID() const;
   // Adds to the size counter, which is written likewise.
   void OnAttachmentSizeChanged(long difference);
   unsigned long FullSize() const;

@@ -19,6 +19,10 @@ inline constexpr long kRoleAudit = 5;
 inline constexpr long kRoleTemplates = 6;
 inline constexpr long kRoleDeleted = 7;
 
+inline constexpr bool IsPredefinedType(long type) {
+  return type >= kRoleWmRoot && type <= kRoleDeleted;
+}
+
 inline constexpr MSFolderRole kFolderRoles[] = {
     {kRoleWmRoot, "WMROOT", ""},   {kRoleInbox, "INBOX", ""}, {kRoleOutbox, "OUTBOX", ""},
     {kRoleTrash, "TRASH", ""},     {kRoleAudit, "AUDIT", ""}, {kRoleTemplates, "TEMPLATES", ""},

@@ -46,7 +46,7 @@ class FaultyFiles final : public platform::FileSystem {
     std::string path = {};    // only on paths that contain this
   };
 
-  // A Write, Sync or Flush, just before it is made.
+  // A Write, Sync, Flush or Copy (path: the target), just before it is made.
   struct Call {
     std::uint32_t kind;
     const std::string& path;
@@ -95,6 +95,7 @@ class FaultyFiles final : public platform::FileSystem {
     return Do(call::kStat, path, [&] { return Coarse(m_real.GetInfo(path, info), info); });
   }
   Status Copy(const std::string& from, const std::string& to, bool overwrite) override {
+    Tell({call::kCopy, to});
     return Do(call::kCopy, to, [&] { return m_real.Copy(from, to, overwrite); });
   }
   Status Move(const std::string& from, const std::string& to) override {
