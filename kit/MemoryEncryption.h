@@ -32,8 +32,8 @@ class MS_API CRandomSource {
 
 // Enciphers short secrets for a key carrier. Answers 0, or a code of its own; 73 alone reaches the
 // client of a store as it is. Called with a letter's record held, from any thread: it must be
-// thread-safe and must not call into the store. What it throws counts as a failure; of an XKitStatus
-// the code counts.
+// thread-safe and must not call into the store. What it throws counts as a failure; of an
+// XKitStatus the code counts.
 class MS_API CMemoryEncryption {
  public:
   virtual ~CMemoryEncryption() = default;
