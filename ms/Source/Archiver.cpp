@@ -199,15 +199,15 @@ void CMSArchiver::AddLetter(const CMSFolder& folder, const CMSDocument& document
 // that it belongs. One that is not there at all counts where it was found; one that another thread
 // has moved meanwhile, where it was met last.
 void CMSArchiver::AddStrays(CSelection& selection) {
-  CBackupList all;
-  all.swap(selection.List);
   std::unordered_set<std::uint32_t> listed;
-  for (auto entry = all.rbegin(); entry != all.rend(); ++entry) {
-    if (listed.insert(entry->Document).second) selection.List.push_back(*entry);
-  }
+  const auto isListed = [&](const CBackupEntry& entry) {
+    return !listed.insert(entry.Document).second;
+  };
+  std::reverse(selection.List.begin(), selection.List.end());  // the last is to be kept
+  std::erase_if(selection.List, isListed);
   std::reverse(selection.List.begin(), selection.List.end());
   for (const CBackupEntry& stray : selection.Strays) {
-    if (listed.insert(stray.Document).second) selection.List.push_back(stray);
+    if (!isListed(stray)) selection.List.push_back(stray);
   }
   for (const CBackupEntry& entry : selection.List) selection.TotalSize += entry.Size;
 }

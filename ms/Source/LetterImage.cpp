@@ -45,7 +45,7 @@ class CImageWriter {
 };
 
 void PutDocument(CImageWriter& image, const CMSDocumentData& record) {
-  const std::int32_t flag = record.Flag & ~docflag::Encrypted;  // follows from the attachments
+  const long flag = record.Flag & ~docflag::Encrypted;  // follows from the attachments
   image.Text(SubjectOf(record))
       .Field(record.RegNumber)
       .Field(record.LetterPath)
