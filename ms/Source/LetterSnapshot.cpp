@@ -1,27 +1,11 @@
 #include "LetterSnapshot.h"
 
 #include "DocWalk.h"
+#include "RecordTexts.h"
 
 using Access = CMSFieldAccess;
 
 namespace {
-
-template <std::size_t... N>
-void End(char (&... fields)[N]) {
-  ((fields[N - 1] = '\0'), ...);
-}
-
-void EndTexts(CMSDocumentData& r) {
-  End(r.Name, r.RegNumber, r.ObsoleteSenderNetAddr, r.SenderIDWG, r.SenderWSName, r.SenderWGName,
-      r.SenderUserName, r.SenderIDU);
-}
-void EndTexts(CMSAttachmentData& r) {
-  End(r.InternalFileName, r.Name, r.AttachmentName);
-}
-void EndTexts(CMSRecipientData& r) {
-  End(r.TransEnvFileName, r.ObsoleteNetAddr, r.IDWS, r.IDWG, r.IDU, r.WSName, r.WGName, r.UserName,
-      r.Annotation, r.Receiver, r.Reader);
-}
 
 template <class T>
 T RecordOf(const CMSObject<T>& handle) {

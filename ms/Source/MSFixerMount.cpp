@@ -1,0 +1,125 @@
+// Mounting a store for maintenance: temporary copies, and the master table of what is in them.
+#include <cstring>
+
+#include "MSFixerJob.h"
+#include "kit/LogDispatcher.h"
+
+namespace MSF {
+
+// Whoever has the store open holds one of these. Readers do not disturb a scan.
+void CFixer::CJob::LockOperativeFiles() {
+  const auto access = m_job == eScan ? platform::Access::Read : platform::Access::ReadWrite;
+  for (int index = 0; index < kRecordFiles; ++index) {
+    if (!Exists(index, eOperative)) continue;
+    m_locks.at(static_cast<std::size_t>(index)) = std::make_unique<CKitFile>(
+        Path(index, eOperative), platform::OpenOptions{access, platform::Disposition::OpenExisting,
+                                                       platform::Sharing::ReadOnly});
+  }
+}
+
+void CFixer::CJob::MakeTemporaryDB() {
+  BeginStep("creating temporary DB files");
+  for (int index = 0; index < kRecordFiles; ++index) {
+    if (!Exists(index, eOperative)) continue;
+    const std::string from = Path(index, eOperative);
+    const std::string to = Path(index, eTemporary);
+    m_log.Copying(from, to);
+    OnProgress(from.c_str(), static_cast<std::uint64_t>(index), kRecordFiles);
+    try {
+      CKitFile::Copy(from, to);
+      CKitFile::SetAttributes(to, platform::attribute::Archive);
+    } catch (const XKitFile&) {
+      Dispatch(severity::Error,
+               "Repairing MS - error creating temporary DB files. Exception is thrown", 110);
+      throw;
+    }
+  }
+}
+
+void CFixer::CJob::OpenDataBase() {
+  BeginStep("mounting message store");
+  constexpr std::array kOrder{std::pair{eFolder, 3}, std::pair{eDocument, 0},
+                              std::pair{eAttachment, 1}, std::pair{eRecipient, 2}};
+  for (const auto& [type, index] : kOrder) {
+    CMSDBFile& file = FileOf(type);
+    OpenDBFile(file, Path(index, eTemporary));
+    AddToMasterTable(file, type);
+  }
+  m_table.Sort();
+  for (const CDBEntry& row : m_table.Rows())
+    if (row.ID <= kMaxObjectID) m_lastID = std::max(m_lastID, row.ID);
+  m_log.ObjectStatistics(m_table.Count(eFolder), m_table.Count(eDocument),
+                         m_table.Count(eAttachment), m_table.Count(eRecipient));
+}
+
+namespace {
+
+[[noreturn]] void RefuseFile(const std::string& what, const std::string& details, int line) {
+  Dispatch(severity::Error, "Repairing MS - " + what + " (" + details + "). Exception is thrown.",
+           line);
+  throw CTextError(what + ": " + details);
+}
+
+}  // namespace
+
+void CFixer::CJob::OpenDBFile(CMSDBFile& file, const std::string& path) {
+  try {
+    file.Open(path);
+  } catch (const XKitFile& error) {
+    Dispatch(severity::Error,
+             KitFormat("Repairing MS - error opening file #%u (%s). Exception is thrown.",
+                       static_cast<unsigned>(error.Why()), path.c_str()),
+             111);
+    throw;
+  }
+  if (file.Length() < sizeof(CMSFileHeader)) RefuseFile("DB file is too small", path, 112);
+  const CMSFileHeader header = file.ReadHeader();
+  const auto shown = [&](std::uint32_t value) {
+    return KitFormat("%s, 0x%X", path.c_str(), value);
+  };
+  if (header.SI != CMSFileHeader::kSignature)
+    RefuseFile("DB file signature is invalid", shown(header.SI), 113);
+  if (header.VE != CMSFileHeader::kVersion)
+    RefuseFile("DB file version is invalid", shown(header.VE), 114);
+  if (header.KS != CMSFileHeader::kKeySize || header.DS != file.RecordSize())
+    RefuseFile("DB file record size mismatch is detected", path, 115);
+}
+
+// Answers the number of slots in use.
+std::uint32_t CFixer::CJob::AddToMasterTable(CMSDBFile& file, EObjectType type) {
+  const CMSFileHeader header = file.ReadHeader();
+  CMaintenanceLog::Counts found;
+  found.total = file.SlotCount();
+  file.ForEachSlot([&](std::uint32_t slot, const std::byte* bytes) {
+    CSlotHead head;
+    std::memcpy(&head, bytes, sizeof head);
+    if (slot == header.FI || !head.head.InUse()) {
+      ++found.free;
+      return false;
+    }
+    ++found.used;
+    m_table.Rows().push_back({head.head.key, type, slot, head.parent});
+    return false;
+  });
+  OnProgress(file.Path().c_str(), found.total, found.total);
+  m_log.FileStatistics(header, found);
+  ReportCounts(file, header, found);
+  return found.used;
+}
+
+void CFixer::CJob::ReportCounts(const CMSDBFile& file, const CMSFileHeader& header,
+                                const CMaintenanceLog::Counts& found) {
+  const auto report = [&](const char* what, std::uint32_t stored, std::uint32_t counted, int line) {
+    Report({file.Path(), what, std::to_string(stored), std::to_string(counted)},
+           KitFormat("%s mismatch is detected (%s, %u -> %u)", what, file.Path().c_str(), stored,
+                     counted),
+           line);
+  };
+  const bool isTotalWrong = found.total != header.TC;
+  const bool isUsedWrong = found.used != header.UC;
+  if (isTotalWrong) report("total object count", header.TC, found.total, 116);
+  if (isUsedWrong) report("used object count", header.UC, found.used, 117);
+  if (isTotalWrong || isUsedWrong) m_log.CountsMismatch();
+}
+
+}  // namespace MSF

@@ -1,0 +1,275 @@
+// Building what follows from the records: chains and counts of the record files, indexes, links,
+// packet names, the master file.
+#include <algorithm>
+#include <cstring>
+
+#include "EntryFormat.h"
+#include "MSFixerJob.h"
+#include "PacketTable.h"
+#include "corrupted.h"
+#include "kit/LogDispatcher.h"
+#include "platform/Profile.h"
+
+namespace MSF {
+namespace {
+
+struct CLinks {
+  std::uint32_t previous = kNoContainer;
+  std::uint32_t next = kNoContainer;
+};
+
+// The chain of the free slots as the file has it; empty when it is none that goes through all of
+// them, once and both ways.
+std::vector<CLinks> StoredChain(CMSDBFile& file, std::uint32_t first,
+                                const std::vector<const CFixer::CDBEntry*>& rows) {
+  std::vector<CLinks> links(rows.size());
+  file.ForEachSlot([&](std::uint32_t slot, const std::byte* bytes) {
+    CMSContainerHead head;
+    std::memcpy(&head, bytes, sizeof head);
+    links[slot] = {head.previous, head.next};
+    return false;
+  });
+  const auto freeSlots = static_cast<std::size_t>(std::count(rows.begin(), rows.end(), nullptr));
+  std::uint32_t previous = kNoContainer;
+  std::uint32_t at = first;
+  std::size_t passed = 0;
+  for (; at != kNoContainer && passed < freeSlots; ++passed) {
+    if (at >= rows.size() || rows[at] != nullptr || links[at].previous != previous) return {};
+    previous = at;
+    at = links[at].next;
+  }
+  return passed == freeSlots && at == kNoContainer ? links : std::vector<CLinks>();
+}
+
+// All free slots in their order.
+std::vector<CLinks> NewChain(const std::vector<const CFixer::CDBEntry*>& rows,
+                             std::uint32_t& first) {
+  std::vector<CLinks> links(rows.size());
+  first = kNoContainer;
+  std::uint32_t previous = kNoContainer;
+  for (std::uint32_t slot = 0; slot < rows.size(); ++slot) {
+    if (rows[slot] != nullptr) continue;
+    links[slot].previous = previous;
+    (previous == kNoContainer ? first : links[previous].next) = slot;
+    previous = slot;
+  }
+  return links;
+}
+
+bool Put(std::byte* at, const void* wanted, std::size_t size) {
+  if (std::memcmp(at, wanted, size) == 0) return false;
+  std::memcpy(at, wanted, size);
+  return true;
+}
+
+bool IsZero(const std::byte* bytes, std::size_t size) {
+  return std::all_of(bytes, bytes + size, [](std::byte byte) { return byte == std::byte{0}; });
+}
+
+}  // namespace
+
+void CFixer::CJob::FixDataBase() {
+  for (const EObjectType type : {eDocument, eAttachment, eRecipient, eFolder}) {
+    CMSDBFile& file = FileOf(type);
+    FixDBFile(file);
+    OnProgress(file.Path().c_str(), 1, 1);
+  }
+}
+
+// A chain that is good stays as it is, so that a healthy file keeps all its bytes.
+void CFixer::CJob::FixDBFile(CMSDBFile& file) {
+  file.Trim();
+  const auto rows = RowsBySlot(file.Type());
+  const CMSFileHeader stored = file.ReadHeader();
+  CMSFileHeader header = stored;
+  std::vector<CLinks> links = StoredChain(file, stored.FI, rows);
+  std::uint32_t first = stored.FI;
+  if (links.empty() && !rows.empty()) {
+    links = NewChain(rows, first);
+    Report({file.Path(), "free chain", "", "rebuilt"},
+           "chain of free objects is rebuilt (" + file.Path() + ")", 140);
+  }
+  const auto used =
+      rows.size() - static_cast<std::size_t>(std::count(rows.begin(), rows.end(), nullptr));
+  header.DO = sizeof header;
+  header.TC = static_cast<std::uint32_t>(rows.size());
+  header.UC = static_cast<std::uint32_t>(used);
+  header.FI = used == rows.size() ? kNoContainer : first;
+  header.DC = 0;
+  const bool zeroes = (header.R1 & CMSFileHeader::kZeroFreed) != 0;
+  file.ForEachSlot([&](std::uint32_t slot, std::byte* bytes) {
+    const std::size_t body = file.SlotSize() - sizeof(CMSContainerHead);
+    CMSContainerHead head;
+    std::memcpy(&head, bytes, sizeof head);
+    if (const CDBEntry* row = rows[slot]) {
+      head.previous = head.next = kNoContainer;
+      head.key = row->ID;
+      const LittleU32 parent = row->PID;
+      const bool isHeadNew = Put(bytes, &head, sizeof head);
+      return Put(bytes + sizeof head, &parent, sizeof parent) || isHeadNew;
+    }
+    head.previous = links[slot].previous;
+    head.next = links[slot].next;
+    if (zeroes) head.key = 0;
+    const bool isHeadNew = Put(bytes, &head, sizeof head);
+    if (!zeroes || IsZero(bytes + sizeof head, body)) return isHeadNew;
+    std::memset(bytes + sizeof head, 0, body);
+    return true;
+  });
+  if (std::memcmp(&header, &stored, sizeof header) == 0) return;
+  if (header.TC == stored.TC && header.UC == stored.UC)
+    Report({file.Path(), "file header", "", "mended"},
+           "file header is mended (" + file.Path() + ")", 141);
+  file.WriteHeader(header);
+}
+
+void CFixer::CJob::WriteState(const char* section, const char* key, const std::string& value) {
+  const std::string path = Path(kMasterFile, eTemporary);
+  if (platform::WriteProfileString(path, section, key, value.c_str())) return;
+  throw XKitFile(XKitFile::Cause::Other, 0, path, "cannot write to '" + path + "'");
+}
+
+// From a copy of the old one, so that clients keep what they have there.
+void CFixer::CJob::FixDBState() {
+  BeginStep("fixing master db");
+  const std::string path = Path(kMasterFile, eTemporary);
+  if (Exists(kMasterFile, eOperative)) {
+    CKitFile::Copy(Path(kMasterFile, eOperative), path);
+    CKitFile::SetAttributes(path, platform::attribute::Archive);
+  }
+  WriteState("RegInfo", "LastRegNumber", std::to_string(m_lastRegNumber));
+  WriteState("MessageStore", "LastID", std::to_string(m_lastID));
+  WriteState("MessageStore", "Size", std::to_string(m_totalSize));
+  if (!platform::WriteProfileSection(path, "ExtraFolderData", "\0") ||
+      !platform::FlushProfile(path)) {
+    throw XKitFile(XKitFile::Cause::Other, 0, path, "cannot write to '" + path + "'");
+  }
+}
+
+void CFixer::CJob::MarkDataBaseFixed() {
+  BeginStep("dealing off DB repair requests");
+  WriteState(szMaintenanceSection, szClosedStateKey, szClosedStateKeyValue);
+  WriteState(szMaintenanceSection, szRepairRequestKey, "");
+  const std::string path = Path(kMasterFile, eTemporary);
+  if (!platform::FlushProfile(path))
+    throw XKitFile(XKitFile::Cause::Other, 0, path, "cannot write to '" + path + "'");
+}
+
+void CFixer::CJob::CloseDataBase() {
+  m_step = "unmounting message store";
+  m_log.Step(m_step);
+  for (CMSDBFile& file : m_files) file.Close();
+}
+
+namespace {
+
+constexpr int kFolderIndex = 7;
+constexpr int kRelations = 8;
+constexpr int kPackets = 9;
+
+// An entry file in the making: header, then entries in the order in which they come.
+class CEntryWriter {
+ public:
+  CEntryWriter(const std::string& path, const CMSEntryFormat& format)
+      : m_format(format),
+        m_file(path, {platform::Access::ReadWrite, platform::Disposition::CreateAlways,
+                      platform::Sharing::All}) {
+    const LittleU32 header[] = {format.signature, kEntryVersion, format.keySize, format.valueSize};
+    Add(header, format.HeaderSize());
+  }
+  void Entry(const void* payload) {
+    const unsigned char state = kEntryLive;
+    Add(&state, sizeof state);
+    Add(payload, m_format.PayloadSize());
+    if (m_buffer.size() >= kFlushAt) Flush();
+  }
+  void Finish() {
+    Flush();
+    m_file.Sync();
+  }
+
+ private:
+  static constexpr std::size_t kFlushAt = 1 << 20;
+
+  void Add(const void* data, std::size_t size) {
+    const auto* bytes = static_cast<const std::byte*>(data);
+    m_buffer.insert(m_buffer.end(), bytes, bytes + size);
+  }
+  void Flush() {
+    m_file.Append(m_buffer.data(), m_buffer.size());
+    m_buffer.clear();
+  }
+
+  const CMSEntryFormat m_format;
+  CKitFile m_file;
+  std::vector<std::byte> m_buffer;
+};
+
+void TellBuilt(const char* what, const std::string& file, int line) {
+  Dispatch(severity::Information, KitFormat("Repairing MS - %s is built (%s)", what, file.c_str()),
+           line);
+}
+
+}  // namespace
+
+void CFixer::CJob::CreateIndexes() {
+  BeginStep("rebuilding indexes");
+  CreateIndex(kFolderIndex, eFolder);
+  CreateIndex(4, eDocument);
+  CreateIndex(5, eAttachment);
+  CreateIndex(6, eRecipient);
+  CreatePacketDB();
+  CreateRelationDB();
+}
+
+void CFixer::CJob::CreateIndex(int index, EObjectType type) {
+  const std::string path = Path(index, eTemporary);
+  CEntryWriter writer(path, kIndexFormat);
+  for (const CDBEntry& row : m_table.Rows()) {
+    if (row.Type != type) continue;
+    const LittleU32 payload[] = {row.ID, row.Slot};
+    writer.Entry(payload);
+  }
+  writer.Finish();
+  TellBuilt("index", path, 142);
+}
+
+void CFixer::CJob::CreatePacketDB() {
+  const std::string path = Path(kPackets, eTemporary);
+  CEntryWriter writer(path, kPacketFormat);
+  CMSDBFile& file = FileOf(eRecipient);
+  const auto rows = RowsBySlot(eRecipient);
+  file.ForEachSlot([&](std::uint32_t slot, const std::byte* bytes) {
+    if (rows[slot] == nullptr) return false;
+    CMSRecipientData record;
+    std::memcpy(&record, bytes + sizeof(CMSContainerHead), sizeof record);
+    if (record.TransEnvFileName[0] == '\0') return false;
+    std::byte payload[kPacketFormat.PayloadSize()] = {};
+    CPacketNameCodec::Encode(CPacketName::Known(record.TransEnvFileName), payload);
+    const LittleU32 id = rows[slot]->ID;
+    std::memcpy(payload + kPacketFormat.keySize, &id, sizeof id);
+    writer.Entry(payload);
+    return false;
+  });
+  writer.Finish();
+  TellBuilt("packet DB", path, 143);
+}
+
+// The root has no parent, and no link.
+void CFixer::CJob::CreateRelationDB() {
+  const std::string path = Path(kRelations, eTemporary);
+  std::vector<SIDInfo> links;
+  links.reserve(m_table.Rows().size());
+  for (const CDBEntry& row : m_table.Rows())
+    if (row.ID != kRootID) links.push_back({row.PID, row.Type, row.ID});
+  std::sort(links.begin(), links.end());
+  CEntryWriter writer(path, kSetFormat);
+  for (const SIDInfo& link : links) {
+    const LittleU32 payload[] = {link.parent, static_cast<std::uint32_t>(link.type), link.child};
+    writer.Entry(payload);
+  }
+  writer.Finish();
+  TellBuilt("relation DB", path, 144);
+}
+
+}  // namespace MSF
