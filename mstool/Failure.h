@@ -9,6 +9,7 @@ namespace tool {
 inline constexpr int kExitDone = 0;
 inline constexpr int kExitUsage = 1;
 inline constexpr int kExitDamaged = 2;  // the store, or input that was refused
+inline constexpr int kExitRepaired = 3;
 inline constexpr int kExitCannotAccess = 4;
 inline constexpr int kExitInUse = 5;
 inline constexpr int kExitInterrupted = 130;

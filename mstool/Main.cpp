@@ -26,9 +26,9 @@ constexpr const char* kFooter =
     "number; a letter is known by its number (ls shows it). Reading commands take --json: one\n"
     "object, \"format\" first.\n\n"
     "Exit codes: 0 done; 1 wrong use, or no such letter or folder; 2 the store is damaged, some\n"
-    "input was refused, a letter could not be backed up, or verify found differences; 4 cannot "
-    "read\n"
-    "or write; 5 the store is in use by another process; 130 interrupted.";
+    "input was refused, a letter could not be backed up, verify found differences, or check\n"
+    "something to repair; 3 a repair changed the store; 4 cannot read, write or repair; 5 the\n"
+    "store is in use by another process; 130 interrupted.";
 
 std::string WrongUse(const CLI::App* app, const CLI::Error& error) {
   std::string command = app->get_name();
@@ -63,9 +63,10 @@ int Main(int count, char** words) {
   line.app.require_subcommand(1);
   line.app.footer(kFooter);
   line.app.failure_message(WrongUse);
-  for (const auto add : {AddCreate, AddImport, AddFolders, AddLs, AddShow, AddExtract, AddFind,
-                         AddMark, AddMove, AddCopy, AddMakeDir, AddRemove, AddBackup, AddRestore,
-                         AddVerify, AddStat, AddCustom, AddDump}) {
+  for (const auto add :
+       {AddCreate, AddImport, AddFolders, AddLs,      AddShow,   AddExtract, AddFind,
+        AddMark,   AddMove,   AddCopy,    AddMakeDir, AddRemove, AddBackup,  AddRestore,
+        AddVerify, AddCheck,  AddRepair,  AddJournal, AddStat,   AddCustom,  AddDump}) {
     add(line);
   }
   try {

@@ -114,9 +114,9 @@ OpenStore::~OpenStore() {
   if (m_keepState) m_found.PutBack();
 }
 
-void OpenStore::LookBeforeOpening(Purpose purpose) {
+void RequireDirectory(const std::string& directory) {
   std::error_code error;
-  const fs::file_status status = fs::status(m_directory, error);
+  const fs::file_status status = fs::status(directory, error);
   if (status.type() == fs::file_type::not_found) {
     throw Failure(kExitCannotAccess,
                   "there is no such directory; see that the name is right, or make a store with "
@@ -124,6 +124,10 @@ void OpenStore::LookBeforeOpening(Purpose purpose) {
   }
   if (error) throw Failure(kExitCannotAccess, "cannot be read: " + error.message());
   if (!fs::is_directory(status)) throw Failure(kExitCannotAccess, "this is not a directory");
+}
+
+void OpenStore::LookBeforeOpening(Purpose purpose) {
+  RequireDirectory(m_directory);
   if (HoldsNothing(m_directory) && !CMSMessageStore::IsMSDirectory(m_directory.c_str())) {
     throw Failure(kExitCannotAccess, "this directory holds no store; make one with mstool create");
   }
@@ -152,13 +156,13 @@ void OpenStore::Open(Purpose purpose) {
   }
 }
 
-bool IsInUse(const std::string& directory) {
+bool IsInUse(const std::string& directory, Purpose purpose) {
+  const auto access =
+      purpose == Purpose::Write ? platform::Access::ReadWrite : platform::Access::Read;
   std::unique_ptr<platform::File> file;
-  const platform::Status status =
-      platform::Files().Open(CKitFile::Join(directory, "docs3.db"),
-                             {platform::Access::ReadWrite, platform::Disposition::OpenExisting,
-                              platform::Sharing::ReadOnly},
-                             file);
+  const platform::Status status = platform::Files().Open(
+      CKitFile::Join(directory, "docs3.db"),
+      {access, platform::Disposition::OpenExisting, platform::Sharing::ReadOnly}, file);
   return status.Why() == platform::Cause::InUse;
 }
 

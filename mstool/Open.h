@@ -58,8 +58,12 @@ class OpenStore {
 // Opens the other store of a command that has one open. Its failures name it.
 std::unique_ptr<OpenStore> OpenOther(const std::string& directory, Purpose purpose);
 
-// Whether another process has the store open.
-bool IsInUse(const std::string& directory);
+// Whether another process has the store open in a way that leaves no room for this purpose. Readers
+// do not disturb each other.
+bool IsInUse(const std::string& directory, Purpose purpose = Purpose::Write);
+
+// Failure when there is no such directory, or it cannot be looked at.
+void RequireDirectory(const std::string& directory);
 
 // The eleven files of a store.
 extern const char* const kStoreFiles[11];

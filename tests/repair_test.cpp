@@ -264,6 +264,11 @@ TEST_F(Repair, Headers_chains_and_derived_files_are_rebuilt) {
   for (const char* what : {"total object count 3 -> 100", "used object count 9 -> 1", "free chain",
                            "total object count 100 -> 99"})
     EXPECT_NE(found.find(what), std::string::npos) << what << "\n" << found;
+  // One entry that says something else, in a file that is well made.
+  std::string index = ReadBytes(path + "/docs3.idx");
+  index[21] ^= 1;
+  WriteBytes(path + "/docs3.idx", index);
+  EXPECT_NE(Mend().find("docs3.idx file 1 entries -> 1 entries, others"), std::string::npos);
   EXPECT_TRUE(OpenStore(path).FindRecipient("PACKET", true));
   CMSMessageStore store = OpenStore(path);
   Walk walk(store);
@@ -304,6 +309,7 @@ TEST_F(Repair, What_cannot_be_repaired_stays_untouched) {
   {
     const CMSMessageStore open = OpenStore(path);
     EXPECT_FALSE(fixer.RepairMS(path.c_str()));
+    WriteBytes(path + "/docs3.db.tmp", "of another job");
     EXPECT_FALSE(fixer.ScanMS(path.c_str()));
   }
   for (unsigned nth = 1; nth < 40; ++nth) {

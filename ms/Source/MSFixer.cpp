@@ -113,6 +113,7 @@ bool CFixer::CJob::Run() {
   } catch (...) {
     Fail(KitFormat("unexpected error (OS error = %u)", static_cast<unsigned>(errno)), errno);
   }
+  ReleaseGuard();
   m_log.JobEnd(m_directory);
   return m_fixer.m_error.empty();
 }
@@ -132,8 +133,8 @@ void CFixer::CJob::RunSteps() {
   CreateIndexes();
   MarkDataBaseFixed();
   CloseDataBase();
+  CompareWithOperative();
   if (m_job == eScan) {
-    CompareWithOperative();
     DeleteDBFiles(m_directory, eTemporary);
   } else {
     AcceptFixedBase();
@@ -159,6 +160,9 @@ void CFixer::CJob::Fail(const std::string& text, int code) {
   m_log.Error(text);
   if (m_fixer.m_callback != nullptr) m_fixer.m_callback->OnError(kFromFile, code, text.c_str());
   for (CMSDBFile& file : m_files) file.Discard();
+  // Without the guard they are another job's; once the new files take their places, they are what a
+  // person may need.
+  if (m_guard == nullptr || m_isReplacing) return;
   try {
     DeleteDBFiles(m_directory, eTemporary);
   } catch (const XKitFile& error) {

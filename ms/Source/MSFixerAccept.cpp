@@ -97,6 +97,8 @@ void CFixer::CJob::CompareWithOperative() {
 void CFixer::CJob::AcceptFixedBase() {
   BeginStep("Replacing DB files");
   CopyOldSet();
+  m_isReplacing = true;
+  m_fixer.m_reportDirectory = m_reportDirectory;
   for (auto& lock : m_locks) lock.reset();
   // Told as deleted here, the old files go as the new ones take their places, one by one: cut off
   // anywhere, the directory has a whole record file of each kind.
@@ -114,10 +116,8 @@ void CFixer::CJob::AcceptFixedBase() {
     KitCheck(moved, "replace", to);
   }
   KitCheck(platform::Files().SyncDirectory(m_directory), "sync", m_directory);
-  if (HasChanged()) {
-    m_fixer.m_reportDirectory = m_reportDirectory;
-    return;
-  }
+  if (HasChanged()) return;
+  m_fixer.m_reportDirectory.clear();
   m_log.RemovingBackup();
   DropOldSet();
 }

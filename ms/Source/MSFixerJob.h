@@ -72,6 +72,7 @@ class CFixer::CJob {
   CMSDBFile& FileOf(EObjectType type);
 
   void LockOperativeFiles();
+  void ReleaseGuard();
   void MakeTemporaryDB();
   void OpenDataBase();
   void OpenDBFile(CMSDBFile& file, const std::string& path);
@@ -132,6 +133,8 @@ class CFixer::CJob {
   CMaintenanceLog m_log;
   const char* m_step = "";
 
+  std::unique_ptr<CKitFile> m_guard;  // held by one job at a time
+  bool m_isReplacing = false;
   std::array<std::unique_ptr<CKitFile>, kRecordFiles> m_locks;
   std::array<CMSDBFile, kRecordFiles> m_files;  // by file index
   CMasterTable m_table;

@@ -6,8 +6,19 @@
 
 namespace MSF {
 
-// Whoever has the store open holds one of these. Readers do not disturb a scan.
+namespace {
+
+constexpr char kGuardName[] = "fixer3.tmp";
+
+}  // namespace
+
+// Jobs share the names of their temporary files, so one at a time has the guard. Whoever has the
+// store open holds one of the record files; readers do not disturb a scan.
 void CFixer::CJob::LockOperativeFiles() {
+  const std::string guard = CKitFile::Join(m_directory, kGuardName);
+  m_guard = std::make_unique<CKitFile>(
+      guard, platform::OpenOptions{platform::Access::ReadWrite, platform::Disposition::OpenOrCreate,
+                                   platform::Sharing::ReadOnly});
   const auto access = m_job == eScan ? platform::Access::Read : platform::Access::ReadWrite;
   for (int index = 0; index < kRecordFiles; ++index) {
     if (!Exists(index, eOperative)) continue;
@@ -15,6 +26,14 @@ void CFixer::CJob::LockOperativeFiles() {
         Path(index, eOperative), platform::OpenOptions{access, platform::Disposition::OpenExisting,
                                                        platform::Sharing::ReadOnly});
   }
+}
+
+// Before it is let go, so that the next job makes one of its own.
+void CFixer::CJob::ReleaseGuard() {
+  if (m_guard == nullptr) return;
+  const platform::Status removed = platform::Files().Remove(m_guard->Name());
+  if (!removed.Ok()) Dispatch(severity::Error, removed.Text(), 118);
+  m_guard.reset();
 }
 
 void CFixer::CJob::MakeTemporaryDB() {
