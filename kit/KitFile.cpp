@@ -113,6 +113,24 @@ void CKitFile::Move(const std::string& from, const std::string& to) {
   KitCheck(platform::Files().Move(from, to), tried.c_str(), to);
 }
 
+bool CKitFile::HoldSameBytes(const std::string& one, const std::string& other) {
+  constexpr std::size_t kBlock = 1 << 16;
+  const platform::OpenOptions toRead{platform::Access::Read, platform::Disposition::OpenExisting,
+                                     platform::Sharing::All};
+  CKitFile a(one, toRead);
+  CKitFile b(other, toRead);
+  if (a.Length() != b.Length()) return false;
+  std::string x(kBlock, 0);
+  std::string y(kBlock, 0);
+  for (std::uint64_t offset = 0;; offset += kBlock) {
+    const std::size_t read = a.Read(offset, x.data(), kBlock);
+    if (b.Read(offset, y.data(), kBlock) != read || x.compare(0, read, y, 0, read) != 0) {
+      return false;
+    }
+    if (read < kBlock) return true;
+  }
+}
+
 bool CKitFile::RemoveEx(const std::string& path) {
   platform::Status status = platform::Files().Remove(path);
   if (status.Why() == platform::Cause::NotFound) return false;

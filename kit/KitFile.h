@@ -39,6 +39,8 @@ class CKitFile {
   // Overwrites an existing target.
   static void Copy(const std::string& from, const std::string& to);
   static void Move(const std::string& from, const std::string& to);
+  // Whether both files hold the same bytes.
+  static bool HoldSameBytes(const std::string& one, const std::string& other);
   // Removes the file, also a write-protected one. False when there was none.
   static bool RemoveEx(const std::string& path);
 

@@ -40,6 +40,16 @@ bool CKitFolder::Exists(const std::string& path) {
   return CKitFile::Info(path).kind == platform::FileKind::Directory;
 }
 
+std::string CKitFolder::NearestExisting(const std::string& path) {
+  std::string place = CKitFile::FullName(path);
+  while (!Exists(place)) {
+    std::string above = CKitFile::DirectoryName(place);
+    if (above.empty() || above == place) break;
+    place = std::move(above);
+  }
+  return place;
+}
+
 void CKitFolder::MakePath(const std::string& path) {
   const std::string folder = CKitFile::NormalizeFileName(path);
   if (Exists(folder)) return;

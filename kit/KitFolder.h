@@ -12,6 +12,8 @@ class CKitFolder {
   const std::string& Path() const { return m_path; }
 
   static bool Exists(const std::string& path);
+  // The directory or, as long as it is not there, the nearest one above it that is; a full path.
+  static std::string NearestExisting(const std::string& path);
   // Makes the directory; missing parents are made too. A directory that is there already is no
   // failure.
   static void MakePath(const std::string& path);

@@ -19,6 +19,15 @@ struct CryptAddInfo {
   CGroupID Group;
 };
 
+// Where value 5 says that nothing has been filled in yet, takes values 4 and 5 from the carrier's
+// configuration. Without a carrier nothing happens.
+inline void TakeOverConfig(const CKeyCarrier* carrier, CryptAddInfo& info) {
+  if (info.Value5 != 0 || carrier == nullptr) return;
+  const CSafeServiceConfig config = carrier->SafeServiceConfig();
+  info.Value4 = config.Value4;
+  info.Value5 = config.Value5;
+}
+
 inline constexpr std::size_t kDocumentKeySize = 32;
 inline constexpr std::size_t kKeyIntegritySize = 4;
 inline constexpr std::size_t kKeyInitSize = 8;

@@ -19,16 +19,6 @@ CKeyContext::CKeyContext(const CGroupID& groupID, const CryptAddInfo& info, cons
 
 namespace {
 
-// A key that was carried to a letter without its crypto info: storing it took over the carrier's
-// configuration, and so does this.
-CryptAddInfo Filled(CryptAddInfo info, const CKeyCarrier* carrier) {
-  if (info.Value5 != 0 || carrier == nullptr) return info;
-  const CSafeServiceConfig config = carrier->SafeServiceConfig();
-  info.Value4 = config.Value4;
-  info.Value5 = config.Value5;
-  return info;
-}
-
 class CGcryptRandom final : public CRandomSource {
  public:
   void Fill(void* data, std::size_t size) override {
@@ -64,7 +54,10 @@ class CSoftwareEncryption final : public CMemoryEncryption {
   int DecryptMemoryEx(const CKeyCarrier* carrier, CAbstractAsymmKey*, const CGroupID& group,
                       const void* cipher, std::size_t size, const void* init, const void* integrity,
                       const CryptAddInfo& info, void* plain) override {
-    const CKeyContext context(group, Filled(info, carrier), init);
+    // A key that was carried to a letter without its crypto info: storing it did the same.
+    CryptAddInfo filled = info;
+    TakeOverConfig(carrier, filled);
+    const CKeyContext context(group, filled, init);
     CLetterKeys keys;
     if (const int failure = keys.Derive(carrier, context); failure != 0) return failure;
     if (!gcrypt::HmacIs(gcrypt::Hash::Sha256, keys.ForProof(),

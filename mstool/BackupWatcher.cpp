@@ -1,17 +1,15 @@
 #include "BackupWatcher.h"
 
-#include <filesystem>
 #include <iostream>
 
 #include "Interrupt.h"
 #include "Lookup.h"
 #include "Text.h"
+#include "kit/KitFolder.h"
 #include "platform/File.h"
 
 namespace tool {
 namespace {
-
-namespace fs = std::filesystem;
 
 constexpr std::uint32_t kNoRoom = 35;
 constexpr std::uint64_t kRoomFactor = 4;
@@ -20,11 +18,9 @@ constexpr int kEnd = 3;
 
 // Free bytes where the directory is or, as long as it is not there, where it would be.
 std::uint64_t FreeBytes(const std::string& directory) {
-  std::error_code error;
-  fs::path path = fs::absolute(directory, error);
-  while (path.has_relative_path() && !fs::exists(path, error)) path = path.parent_path();
   std::uint64_t bytes = 0;
-  return platform::Files().FreeSpace(path.string(), bytes).Ok() ? bytes : 0;
+  return platform::Files().FreeSpace(CKitFolder::NearestExisting(directory), bytes).Ok() ? bytes
+                                                                                         : 0;
 }
 
 }  // namespace

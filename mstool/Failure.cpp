@@ -7,7 +7,6 @@
 namespace tool {
 namespace {
 
-constexpr const char* kInUse = "in use by another process; try again when that is done";
 constexpr const char* kRepairHint = "; the store is damaged and needs a repair";
 
 Failure ExplainEngine(const CMSDBException& error) {

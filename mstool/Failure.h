@@ -14,6 +14,8 @@ inline constexpr int kExitCannotAccess = 4;
 inline constexpr int kExitInUse = 5;
 inline constexpr int kExitInterrupted = 130;
 
+inline constexpr const char* kInUse = "in use by another process; try again when that is done";
+
 // Ends the command. The text says what happened and what to do; the store's name is put in front.
 class Failure : public std::runtime_error {
  public:

@@ -94,7 +94,7 @@ void FixerRun::Repair(std::ostream* log) {
 
 void FixerRun::RequireNobody(Job job) const {
   if (IsInUse(m_directory, job == Job::Scan ? Purpose::Read : Purpose::Write)) {
-    throw Failure(kExitInUse, "in use by another process; try again when that is done");
+    throw Failure(kExitInUse, kInUse);
   }
 }
 

@@ -87,9 +87,7 @@ bool LiesIn(CMSFolder folder, const CMSFolder& ancestor) {
 }
 
 bool IsPredefined(const CMSFolder& folder) {
-  return folder.IsRoot() ||
-         std::any_of(std::begin(MSF::kFolderRoles), std::end(MSF::kFolderRoles),
-                     [&](const MSF::MSFolderRole& role) { return role.type == folder.Type(); });
+  return folder.IsRoot() || MSF::IsPredefinedType(folder.Type());
 }
 
 std::string PathOf(const CMSFolder& folder) {

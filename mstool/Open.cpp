@@ -72,7 +72,7 @@ Failure CannotOpen(const std::string& directory, Purpose purpose, const std::str
                                    "; see to the permissions"};
   }
   if (IsInUse(directory)) {
-    return {kExitInUse, "in use by another process; try again when that is done"};
+    return {kExitInUse, kInUse};
   }
   return {kExitCannotAccess, text};
 }

@@ -25,12 +25,7 @@ constexpr int kAnswerRetry = 4;
 
 // Of the volume on which the directory is, or would be made.
 std::uint64_t FreeSpace(const std::string& directory) {
-  std::string place = CKitFile::FullName(directory);
-  while (!CKitFolder::Exists(place)) {
-    std::string above = CKitFile::DirectoryName(place);
-    if (above.empty() || above == place) break;
-    place = std::move(above);
-  }
+  const std::string place = CKitFolder::NearestExisting(directory);
   std::uint64_t bytes = 0;
   KitCheck(platform::Files().FreeSpace(place, bytes), "measure the free space of", place);
   return bytes;

@@ -4,6 +4,7 @@
 #include "Roles.h"
 #include "StoreOf.h"
 #include "kit/KitFile.h"
+#include "kit/KitFolder.h"
 #include "kit/LogDispatcher.h"
 
 namespace {
@@ -20,12 +21,7 @@ bool IsSame(const platform::FileInfo& one, const platform::FileInfo& other) {
 // links lead.
 bool LiesWithin(const std::string& path, const std::string& directory) {
   const platform::FileInfo wanted = CKitFile::Info(directory);
-  std::string at = CKitFile::FullName(path);
-  while (CKitFile::Info(at).kind == platform::FileKind::None) {
-    std::string above = CKitFile::DirectoryName(at);
-    if (above.empty() || above == at) return false;
-    at = std::move(above);
-  }
+  std::string at = CKitFolder::NearestExisting(path);
   for (;;) {
     const platform::FileInfo here = CKitFile::Info(at);
     if (IsSame(here, wanted)) return true;

@@ -149,7 +149,6 @@ CMSDocument CMSDocument::BlankCopy(CMSFolder& target) const {
 
 CMSDocument CMSDocument::Clone(CMSFolder& target, bool missingFiles) const {
   CMSLetterCopy copy(*this, target, missingFiles);
-  RequireWritable(StoreOf(target));
   CMSBatch batch(target.MS());
   copy.Make();
   batch.Commit();  // nothing passes for whole before all of it is safe
@@ -176,7 +175,6 @@ CMSLetterCopy::~CMSLetterCopy() {
 
 void CMSLetterCopy::Make() {
   RequireWritable(StoreOf(m_target));
-  CMSBatch batch(m_target.MS());
   const Record& header = m_source->record;
   m_copy = CreateHeader(m_target, header, header.Flag & ~kWithheld);
   if (!m_copy) throw CMSDocument::XCloneError();
@@ -185,7 +183,6 @@ void CMSLetterCopy::Make() {
   m_body = CopyAttachments(m_copy, *m_source, m_missingFiles);
   CopyRecipients(m_copy, *m_source);
   m_source.reset();
-  batch.Commit();
 }
 
 void CMSLetterCopy::Finish() {

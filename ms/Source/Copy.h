@@ -20,7 +20,8 @@ class CMSLetterCopy {
   CMSLetterCopy(const CMSLetterCopy&) = delete;
   CMSLetterCopy& operator=(const CMSLetterCopy&) = delete;
 
-  // Raises what CMSDocument::Clone does; to be destroyed then.
+  // Within a batch on the target's store. Raises what CMSDocument::Clone does; to be destroyed
+  // then.
   void Make();
   void Finish();
   CMSDocument Keep() { return std::move(m_copy); }

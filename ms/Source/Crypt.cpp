@@ -56,13 +56,6 @@ void PutInfo(Record& record, const CryptAddInfo& info) {
   to[kFilled] = info.Value5;
 }
 
-void AskCarrier(const CKeyCarrier* carrier, CryptAddInfo& info) {
-  if (info.Value5 != 0 || carrier == nullptr) return;
-  const CSafeServiceConfig config = carrier->SafeServiceConfig();
-  info.Value4 = config.Value4;
-  info.Value5 = config.Value5;
-}
-
 // What came of a call to the encryption. An exception of its own is kept until the change is over:
 // it must not cut the change short, which would make the next opening distrust a store that is
 // sound.
@@ -134,7 +127,7 @@ void CMSDocument::Key(CKeyCarrier* carrier, CAbstractAsymmKey* asymm, const void
       std::ranges::fill(record.KeyGroup, '\0');
       Access::PutText(record.KeyGroup, group.Text());
       CryptAddInfo info = InfoIn(record);
-      AskCarrier(carrier, info);
+      TakeOverConfig(carrier, info);
       // Beside the record, which is a file's: an encryption may work in place.
       CSecretBytes<sizeof record.Key> block;
       std::ranges::copy(record.Key, block.Data());

@@ -96,23 +96,6 @@ void PutRecipient(CImageWriter& image, const CMSRecipientData& record) {
       .Number(record.Flag);
 }
 
-bool HoldSameBytes(const std::string& one, const std::string& other) {
-  constexpr std::size_t kBlock = 1 << 16;
-  const platform::OpenOptions options{platform::Access::Read, platform::Disposition::OpenExisting,
-                                      platform::Sharing::All};
-  CKitFile a(one, options);
-  CKitFile b(other, options);
-  std::string x(kBlock, 0);
-  std::string y(kBlock, 0);
-  for (std::uint64_t offset = 0;; offset += kBlock) {
-    const std::size_t read = a.Read(offset, x.data(), kBlock);
-    if (b.Read(offset, y.data(), kBlock) != read || x.compare(0, read, y, 0, read) != 0) {
-      return false;
-    }
-    if (read < kBlock) return true;
-  }
-}
-
 }  // namespace
 
 CMSLetterImage ImageOf(const CMSDocument& document) {
@@ -154,7 +137,7 @@ bool HoldSameBytes(const CMSLetterImage& one, const CMSLetterImage& other) {
   if (one.files.size() != other.files.size()) return false;
   for (std::size_t i = 0; i < one.files.size(); ++i) {
     if (one.files[i].length != other.files[i].length ||
-        !HoldSameBytes(one.files[i].path, other.files[i].path)) {
+        !CKitFile::HoldSameBytes(one.files[i].path, other.files[i].path)) {
       return false;
     }
   }

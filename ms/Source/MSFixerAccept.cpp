@@ -19,20 +19,6 @@ void SyncFile(const std::string& path) {
   file.Sync();
 }
 
-bool HoldSameBytes(const std::string& one, const std::string& other) {
-  constexpr std::size_t kBlock = 512;
-  CKitFile a(one, kToRead);
-  CKitFile b(other, kToRead);
-  if (a.Length() != b.Length()) return false;
-  char x[kBlock];
-  char y[kBlock];
-  for (std::uint64_t offset = 0;; offset += kBlock) {
-    const std::size_t read = a.Read(offset, x, kBlock);
-    if (b.Read(offset, y, kBlock) != read || std::memcmp(x, y, read) != 0) return false;
-    if (read < kBlock) return true;
-  }
-}
-
 const CMSEntryFormat& FormatOf(int index) {
   constexpr int kRelations = 8;
   constexpr int kPackets = 9;
@@ -76,7 +62,7 @@ void CFixer::CJob::CompareWithOperative() {
     }
     if (index < kRecordFiles) {
       // What changes a record file has been found by name, unless it is in this list alone.
-      if (!HoldSameBytes(path, Path(index, eTemporary)) && m_fixer.m_findings.empty())
+      if (!CKitFile::HoldSameBytes(path, Path(index, eTemporary)) && m_fixer.m_findings.empty())
         differs("", "changed");
       continue;
     }
@@ -149,7 +135,8 @@ void CFixer::CJob::DropOldSet() {
 bool CFixer::CJob::HasChanged() {
   for (int index = 0; index < kRecordFiles; ++index) {
     const std::string old = GetDBFilePath(index, m_reportDirectory.c_str(), eOperative);
-    if (!CKitFile::Exists(old) || !HoldSameBytes(old, Path(index, eOperative))) return true;
+    if (!CKitFile::Exists(old) || !CKitFile::HoldSameBytes(old, Path(index, eOperative)))
+      return true;
   }
   return false;
 }

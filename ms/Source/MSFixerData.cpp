@@ -9,18 +9,6 @@
 namespace MSF {
 namespace {
 
-template <class T>
-T RecordIn(const std::byte* slot) {
-  T record;
-  std::memcpy(&record, slot + sizeof(CMSContainerHead), sizeof record);
-  return record;
-}
-
-template <class T>
-void PutRecord(std::byte* slot, const T& record) {
-  std::memcpy(slot + sizeof(CMSContainerHead), &record, sizeof record);
-}
-
 std::string NameOf(const CFixer::CDBEntry& row) {
   return GetIDString(CFixer::COID{row.ID, row.Type});
 }

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <string>
 #include <vector>
@@ -21,6 +22,19 @@ struct CSlotHead {
   LittleU32 parent;
 };
 static_assert(sizeof(CSlotHead) == 16);
+
+// The record in the bytes of a slot.
+template <class T>
+T RecordIn(const std::byte* slot) {
+  T record;
+  std::memcpy(&record, slot + sizeof(CMSContainerHead), sizeof record);
+  return record;
+}
+
+template <class T>
+void PutRecord(std::byte* slot, const T& record) {
+  std::memcpy(slot + sizeof(CMSContainerHead), &record, sizeof record);
+}
 
 // Slots lie behind a header of 48 bytes, which is all that a repair accepts. What is behind the
 // last whole slot counts for nothing. XKitFile when reading or writing fails.

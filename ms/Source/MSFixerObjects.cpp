@@ -23,13 +23,6 @@ constexpr char kRootName[] = "Root";
 
 constexpr char kSavedDirectory[] = "ALIEN";
 
-template <class T>
-T RecordIn(const std::byte* slot) {
-  T record;
-  std::memcpy(&record, slot + sizeof(CMSContainerHead), sizeof record);
-  return record;
-}
-
 std::uint64_t KeyOf(EObjectType type, std::uint32_t id) {
   return static_cast<std::uint64_t>(type) << 32 | id;
 }
@@ -159,12 +152,10 @@ void CFixer::CJob::CreateFolder(std::size_t role) {
   record.ParentID = role == kRoot ? 0 : kRootID;
 
   CMSDBFile& file = FileOf(eFolder);
-  std::vector<bool> used(file.SlotCount());
-  for (const CDBEntry& row : m_table.Rows())
-    if (row.Type == eFolder) used[row.Slot] = true;
+  const auto rows = RowsBySlot(eFolder);
   const auto slot =
-      static_cast<std::uint32_t>(std::find(used.begin(), used.end(), false) - used.begin());
-  if (slot == used.size()) file.Grow(kGrowthStep);
+      static_cast<std::uint32_t>(std::find(rows.begin(), rows.end(), nullptr) - rows.begin());
+  if (slot == rows.size()) file.Grow(kGrowthStep);
   const std::uint32_t id = role == kRoot ? kRootID : IssueID();
   CMSContainerHead head;
   head.key = id;
