@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "BackupRun.h"
+#include "BackupTarget.h"
 #include "Copy.h"
 #include "LetterImage.h"
 #include "kit/KitFile.h"
@@ -94,6 +95,10 @@ void CMSArchiver::WaitForRoom(const std::string& directory, std::uint64_t size) 
         directory.c_str(), static_cast<unsigned long long>(free));
     if (Report(kNoRoom, kNoRoomDetail, text) != kAnswerRetry) throw XInterrupted();
   }
+}
+
+bool CMSArchiver::IsHalfMade(const char* directory) {
+  return IsHalfMadeTarget(directory);
 }
 
 bool CMSArchiver::IsBackupNeeded(const CMSMessageStore& store, const CMSBackupSettings* settings) {

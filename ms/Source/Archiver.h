@@ -144,6 +144,8 @@ class MS_API CMSArchiver {
   // have been told, the first such failure is raised in the end.
   void Backup(const CMSMessageStore& store, const char* targetDirectory,
               const CMSBackupSettings* settings, bool* copied);
+  // Whether the making of a store in that directory was cut off. The next backup makes it anew.
+  static bool IsHalfMade(const char* directory);
   // Whether Backup would find one due.
   bool IsBackupNeeded(const CMSMessageStore& store, const CMSBackupSettings* settings);
 

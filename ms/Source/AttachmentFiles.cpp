@@ -38,6 +38,16 @@ bool IsAbsolute(std::string_view stored) {
          std::isalpha(static_cast<unsigned char>(stored[0])) != 0;
 }
 
+// "/a/b", "C:\\a", "\\\\server\\a": what a platform takes for a path from its root. A relative name
+// whose first bytes were damaged looks like the begin of one, but goes on with "\\".
+bool IsWholePath(std::string_view name) {
+  const auto isControl = [](char c) { return static_cast<unsigned char>(c) < ' '; };
+  if (std::any_of(name.begin(), name.end(), isControl)) return false;
+  if (name[0] == '/') return name.find('\\') == name.npos;
+  if (name[0] == '\\') return name.size() > 2 && name[1] == '\\' && name[2] != '\\';
+  return name.size() > 2 && kAnySeparator.find(name[2]) != name.npos;
+}
+
 // The components of a store-relative name; none at all when one of them is no plain name.
 std::vector<std::string> Components(std::string_view stored) {
   std::vector<std::string> parts;
@@ -134,6 +144,18 @@ std::string ToFull(const std::string& storeDirectory, const std::string& stored)
   const auto parts = Components(name);
   if (parts.empty() || IsStoreFile(parts)) return {};
   return CKitFile::NormalizeFileName(Below(storeDirectory, parts, parts.size()));
+}
+
+Place PlaceOf(const std::string& storeDirectory, const std::string& stored) {
+  const std::string name = Relative(storeDirectory, stored);
+  if (!IsAbsolute(name)) return Components(name).size() > 1 ? Place::Inside : Place::Nowhere;
+  return IsWholePath(name) ? Place::Outside : Place::Nowhere;
+}
+
+std::string Canonical(const std::string& storeDirectory, const std::string& stored) {
+  std::string name = Relative(storeDirectory, stored);
+  std::replace(name.begin(), name.end(), '/', kStoredSeparator);
+  return name;
 }
 
 std::string MakeDirectory(const std::string& storeDirectory, CMSDurability& durability) {

@@ -16,6 +16,16 @@ std::string ToStored(const std::string& storeDirectory, const std::string& path)
 // gives "": there is no such file.
 std::string ToFull(const std::string& storeDirectory, const std::string& stored);
 
+// Where a stored name leads, as text alone.
+enum class Place {
+  Inside,   // to a file in a directory below the store's
+  Outside,  // to a file of the client's own, by a whole path of this or another platform
+  Nowhere   // it is no name that a store gives: "..", no directory, half of a path, control bytes
+};
+Place PlaceOf(const std::string& storeDirectory, const std::string& stored);
+// Of a name that leads inside: relative to the store, with "\" between components.
+std::string Canonical(const std::string& storeDirectory, const std::string& stored);
+
 // Makes a directory of its own for one file; answers its path.
 std::string MakeDirectory(const std::string& storeDirectory, CMSDurability& durability);
 

@@ -77,11 +77,14 @@ void RemoveRemains(const std::string& directory) {
 }  // namespace
 
 CMSMessageStore OpenBackupTarget(const std::string& directory) {
-  const bool isMarked = IsThere(CKitFile::Join(directory, kMarkName));
-  if (!isMarked && AnyFile(directory, IsThere)) return Open(directory);
+  if (!IsHalfMadeTarget(directory) && AnyFile(directory, IsThere)) return Open(directory);
   CMark mark(directory);
   if (HoldsNoLetters(directory)) RemoveRemains(directory);
   CMSMessageStore store = Open(directory);
   mark.Remove();
   return store;
+}
+
+bool IsHalfMadeTarget(const std::string& directory) {
+  return IsThere(CKitFile::Join(directory, kMarkName));
 }

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "MSFixerJob.h"
+#include "StoreFiles.h"
 #include "kit/KitErrors.h"
 #include "kit/KitFile.h"
 #include "kit/LogDispatcher.h"
@@ -49,6 +50,18 @@ std::ostream* CFixer::SetLog(std::ostream* log) {
   return std::exchange(m_log, log);
 }
 
+bool CFixer::SetDeep(bool deep) {
+  return std::exchange(m_deep, deep);
+}
+
+bool CFixer::SetRenewHeaders(bool renew) {
+  return std::exchange(m_renewHeaders, renew);
+}
+
+bool CFixer::IsAtWork(const char* directory) {
+  return storefiles::IsUnderMaintenance(directory != nullptr ? directory : HereText());
+}
+
 bool CFixer::IsRequiresRepair(const char* directory) {
   constexpr std::array kDerived{"docs3.idx", "attach3.idx", "rcpt3.idx", "folders3.idx",
                                 "rltns3.db", "packets3.db", "ms3.db"};
@@ -77,6 +90,9 @@ bool CFixer::ScanMS(const char* directory) {
 
 bool CFixer::Run(EJob job, const char* directory) {
   m_findings.clear();
+  m_fileFindings.clear();
+  m_unnamedFiles.clear();
+  m_kept = {};
   m_error.clear();
   m_reportDirectory.clear();
   return CJob(*this, job, directory).Run();
@@ -86,6 +102,7 @@ CFixer::CJob::CJob(CFixer& fixer, EJob job, const char* directory)
     : m_fixer(fixer),
       m_job(job),
       m_directory(directory != nullptr ? std::string(directory) : HereText()),
+      m_store(CKitFile::FullName(m_directory)),
       m_log(fixer.m_log),
       m_files{CMSDBFile(eDocument, sizeof(CMSDocumentData)),
               CMSDBFile(eAttachment, sizeof(CMSAttachmentData)),
@@ -102,9 +119,14 @@ bool CFixer::CJob::Run() {
   } catch (const CStopped& error) {
     Fail(error.what(), 0);
   } catch (const CTextError& error) {
-    Fail(KitFormat("message store file corrupted (%s)", error.what()), 0);
+    const bool isRefused = dynamic_cast<const CRefusedFile*>(&error) != nullptr;
+    Fail(KitFormat("message store file corrupted (%s)", error.what()),
+         isRefused ? kRefusedHeader : 0);
   } catch (const XKitStatus& error) {
-    Fail(KitFormat("message store file corrupted (%u)", static_cast<unsigned>(error.Code())),
+    const std::string text = error.what();
+    Fail(text.empty()
+             ? KitFormat("message store file corrupted (%u)", static_cast<unsigned>(error.Code()))
+             : text.substr(0, kLongestSystemText),
          error.Code());
   } catch (const XKitFile& error) {
     Fail(std::string(error.what()).substr(0, kLongestSystemText), error.SystemCode());
@@ -163,6 +185,7 @@ void CFixer::CJob::Fail(const std::string& text, int code) {
   // Without the guard they are another job's; once the new files take their places, they are what a
   // person may need.
   if (m_guard == nullptr || m_isReplacing) return;
+  DropCopies();
   try {
     DeleteDBFiles(m_directory, eTemporary);
   } catch (const XKitFile& error) {
@@ -193,6 +216,10 @@ std::string CFixer::CJob::Path(int index, EBaseType kind) const {
 
 bool CFixer::CJob::Exists(int index, EBaseType kind) const {
   return CKitFile::Exists(Path(index, kind));
+}
+
+std::string CFixer::CJob::OwnPath(const CMSDBFile& file) const {
+  return Path(static_cast<int>(&file - m_files.data()), eOperative);
 }
 
 CMSDBFile& CFixer::CJob::FileOf(EObjectType type) {

@@ -50,13 +50,34 @@ class MS_API CFixer {
     auto operator<=>(const CDBEntry&) const = default;
   };
 
+  // What a repair does about a defect.
+  enum EFix {
+    eMended,    // a field, a count, a text, a header gets its right value
+    eRemapped,  // an object gets another ID
+    eRebound,   // an object gets another parent
+    eDeleted,   // an object goes
+    eCreated,   // a predefined folder is made
+    eRebuilt,   // a file, or the chain of free slots in one, is built anew
+    eNothing    // it is only told: another finding sees to it, or no repair can
+  };
   // A defect: of what, what it is, the value that was stored and the one that was found to be right
   // (both may be empty).
   struct CFinding {
+    EFix Fix = eMended;
     std::string Object;
     std::string What;
     std::string Stored;
     std::string Found;
+  };
+
+  // The error code of a job that ended at the header of a record file (see SetRenewHeaders).
+  static constexpr int kRefusedHeader = 74;
+
+  struct CCounts {
+    std::uint32_t Folders = 0;
+    std::uint32_t Documents = 0;
+    std::uint32_t Attachments = 0;
+    std::uint32_t Recipients = 0;
   };
 
   struct CProgress {
@@ -71,7 +92,7 @@ class MS_API CFixer {
     // Now and then during each step. False stops the job, which then fails.
     virtual bool OnProgress(const CProgress& progress) = 0;
     // What ended the job. source: 0 to 6 for a record file, a letter, an attachment, a recipient, a
-    // folder, the master file, the relations.
+    // folder, the master file, the relations. code: the system's, kRefusedHeader, or 0.
     virtual void OnError(int source, int code, const char* text) = 0;
   };
 
@@ -83,6 +104,14 @@ class MS_API CFixer {
   // Each answers the previous one. The caller keeps ownership; null is none.
   CCallback* SetCallback(CCallback* callback);
   std::ostream* SetLog(std::ostream* log);
+  // Whether jobs also compare each attachment's file with its record (see FileFindings), which
+  // costs a look at each file. False at first. Answers the previous value.
+  bool SetDeep(bool deep);
+  // Whether a record file whose header is no such file's, or that is not there, gets a new header
+  // instead of ending the job. What its slots hold decides then; that it is a record file of its
+  // kind is taken on trust, so a person should have a reason to. False at first. Answers the
+  // previous value.
+  bool SetRenewHeaders(bool renew);
 
   // Makes the store consistent, and asks for no repair any more. True on success, also when there
   // was nothing to do. Null is the current directory.
@@ -96,12 +125,22 @@ class MS_API CFixer {
   const std::vector<CFinding>& Findings() const { return m_findings; }
   const std::string& Error() const { return m_error; }
   const std::string& ReportDirectory() const { return m_reportDirectory; }
+  // Of the last job: the objects that are in the store after it; of a deep job, attachments whose
+  // file is missing or has another length than the record says (an encrypted one's length is not
+  // the file's, and is not compared); and the full paths of files in the store's directory that no
+  // record names. None of these is a reason for a repair, and no repair deletes such a file.
+  const CCounts& Kept() const { return m_kept; }
+  const std::vector<CFinding>& FileFindings() const { return m_fileFindings; }
+  const std::vector<std::string>& UnnamedFiles() const { return m_unnamedFiles; }
 
   // Whether a derived file of the store is missing (a key index, the relations, the packet names or
   // the master file). Null is the current directory. Looks at no file's content.
   static bool IsRequiresRepair(const char* directory);
   // Whether the directory holds the four record files of a store. Null is the current directory.
   static bool IsMSDirectory(const char* directory);
+
+  // Whether a job is running on the store, in any process.
+  static bool IsAtWork(const char* directory);
 
   // The path of one of the eleven files, by its index: record files of letters, attachments,
   // recipients, folders (0 to 3), their indexes (4 to 7), relations, packet names, master file.
@@ -113,7 +152,12 @@ class MS_API CFixer {
 
   CCallback* m_callback;
   std::ostream* m_log = nullptr;
+  bool m_deep = false;
+  bool m_renewHeaders = false;
   std::vector<CFinding> m_findings;
+  std::vector<CFinding> m_fileFindings;
+  std::vector<std::string> m_unnamedFiles;
+  CCounts m_kept;
   std::string m_error;
   std::string m_reportDirectory;
 };

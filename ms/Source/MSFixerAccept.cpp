@@ -10,15 +10,6 @@
 namespace MSF {
 namespace {
 
-constexpr platform::OpenOptions kToRead{platform::Access::Read, platform::Disposition::OpenExisting,
-                                        platform::Sharing::All};
-
-void SyncFile(const std::string& path) {
-  CKitFile file(path, {platform::Access::ReadWrite, platform::Disposition::OpenExisting,
-                       platform::Sharing::All});
-  file.Sync();
-}
-
 const CMSEntryFormat& FormatOf(int index) {
   constexpr int kRelations = 8;
   constexpr int kPackets = 9;
@@ -26,25 +17,77 @@ const CMSEntryFormat& FormatOf(int index) {
   return index == kPackets ? kPacketFormat : kIndexFormat;
 }
 
-// The live entries, sorted; false when the file is none of its kind.
-bool ReadEntries(const std::string& path, const CMSEntryFormat& format,
-                 std::vector<std::string>& entries) {
-  CKitFile file(path, kToRead);
-  LittleU32 header[4];
-  const std::uint64_t length = file.Length();
-  if (length < format.HeaderSize() || (length - format.HeaderSize()) % format.EntrySize() != 0 ||
-      file.Read(0, header, format.HeaderSize()) != format.HeaderSize() ||
-      header[0] != format.signature || header[1] > kEntryVersion || header[2] != format.keySize ||
-      (format.valueSize != 0 && header[3] != format.valueSize)) {
-    return false;
+// The payloads of the live entries of a file, sorted; nothing when the file is none of its kind.
+template <std::size_t kSize>
+class CEntries {
+ public:
+  CEntries(const std::string& path, const CMSEntryFormat& format)
+      : m_format(format),
+        m_file(path, {platform::Access::Read, platform::Disposition::OpenExisting,
+                      platform::Sharing::All}) {
+    if (!HasHeader()) return;
+    m_isGood = true;
+    const std::uint64_t length = m_file.Length();
+    m_payloads.reserve(static_cast<std::size_t>(length / format.EntrySize()));
+    std::vector<unsigned char> block(kEntriesAtOnce * format.EntrySize());
+    for (std::uint64_t at = format.HeaderSize(); at < length; at += block.size()) {
+      const std::size_t read = m_file.Read(at, block.data(), block.size());
+      for (std::size_t entry = 0; entry < read; entry += format.EntrySize())
+        if (block[entry] == kEntryLive) Add(&block[entry + 1]);
+    }
+    std::sort(m_payloads.begin(), m_payloads.end());
   }
-  std::string bytes(length - format.HeaderSize(), '\0');
-  file.Read(format.HeaderSize(), bytes.data(), bytes.size());
-  for (std::size_t at = 0; at < bytes.size(); at += format.EntrySize())
-    if (static_cast<unsigned char>(bytes[at]) == kEntryLive)
-      entries.push_back(bytes.substr(at + 1, format.PayloadSize()));
-  std::sort(entries.begin(), entries.end());
-  return true;
+  bool IsGood() const { return m_isGood; }
+  std::size_t Count() const { return m_payloads.size(); }
+  bool operator==(const CEntries& other) const { return m_payloads == other.m_payloads; }
+
+ private:
+  static constexpr std::size_t kEntriesAtOnce = 1 << 16;
+
+  bool HasHeader() {
+    LittleU32 header[4];
+    const std::uint64_t length = m_file.Length();
+    return length >= m_format.HeaderSize() &&
+           (length - m_format.HeaderSize()) % m_format.EntrySize() == 0 &&
+           m_file.Read(0, header, m_format.HeaderSize()) == m_format.HeaderSize() &&
+           header[0] == m_format.signature && header[1] <= kEntryVersion &&
+           header[2] == m_format.keySize &&
+           (m_format.valueSize == 0 || header[3] == m_format.valueSize);
+  }
+  void Add(const unsigned char* bytes) {
+    std::copy_n(bytes, kSize, m_payloads.emplace_back().begin());
+  }
+
+  const CMSEntryFormat m_format;
+  CKitFile m_file;
+  bool m_isGood = false;
+  std::vector<std::array<unsigned char, kSize>> m_payloads;
+};
+
+// How the two files differ, as what was stored and what was built; both "" when they do not.
+using CDifference = std::pair<std::string, std::string>;
+
+template <std::size_t kSize>
+CDifference Compare(const std::string& stored, const std::string& built,
+                    const CMSEntryFormat& format) {
+  const CEntries<kSize> was(stored, format);
+  if (!was.IsGood()) return {"no such file", "rebuilt"};
+  const CEntries<kSize> is(built, format);
+  if (was == is) return {};
+  return {std::to_string(was.Count()) + " entries",
+          std::to_string(is.Count()) + " entries" + (was.Count() == is.Count() ? ", others" : "")};
+}
+
+CDifference Compare(const std::string& stored, const std::string& built,
+                    const CMSEntryFormat& format) {
+  switch (format.PayloadSize()) {
+    case kIndexFormat.PayloadSize():
+      return Compare<kIndexFormat.PayloadSize()>(stored, built, format);
+    case kSetFormat.PayloadSize():
+      return Compare<kSetFormat.PayloadSize()>(stored, built, format);
+    default:
+      return Compare<kPacketFormat.PayloadSize()>(stored, built, format);
+  }
 }
 
 }  // namespace
@@ -54,7 +97,7 @@ void CFixer::CJob::CompareWithOperative() {
   for (int index = 0; index < kMasterFile; ++index) {
     const std::string path = Path(index, eOperative);
     const auto differs = [&](const std::string& stored, const std::string& found) {
-      m_fixer.m_findings.push_back({path, "file", stored, found});
+      m_fixer.m_findings.push_back({eRebuilt, path, "file", stored, found});
     };
     if (!Exists(index, eOperative)) {
       differs("missing", "rebuilt");
@@ -62,26 +105,21 @@ void CFixer::CJob::CompareWithOperative() {
     }
     if (index < kRecordFiles) {
       // What changes a record file has been found by name, unless it is in this list alone.
-      if (!CKitFile::HoldSameBytes(path, Path(index, eTemporary)) && m_fixer.m_findings.empty())
+      if (m_fixer.m_findings.empty() && !CKitFile::HoldSameBytes(path, Path(index, eTemporary)))
         differs("", "changed");
       continue;
     }
-    std::vector<std::string> stored;
-    std::vector<std::string> found;
-    ReadEntries(Path(index, eTemporary), FormatOf(index), found);
-    if (!ReadEntries(path, FormatOf(index), stored)) {
-      differs("no such file", "rebuilt");
-    } else if (stored != found) {
-      differs(std::to_string(stored.size()) + " entries",
-              std::to_string(found.size()) + " entries, others");
-    }
+    const auto [stored, built] = Compare(path, Path(index, eTemporary), FormatOf(index));
+    if (!stored.empty()) differs(stored, built);
   }
   if (!Exists(kMasterFile, eOperative))
-    m_fixer.m_findings.push_back({Path(kMasterFile, eOperative), "file", "missing", "rebuilt"});
+    m_fixer.m_findings.push_back(
+        {eRebuilt, Path(kMasterFile, eOperative), "file", "missing", "rebuilt"});
 }
 
 void CFixer::CJob::AcceptFixedBase() {
   BeginStep("Replacing DB files");
+  SyncCopies();
   CopyOldSet();
   m_isReplacing = true;
   m_fixer.m_reportDirectory = m_reportDirectory;
@@ -117,11 +155,14 @@ void CFixer::CJob::CopyOldSet() {
     const std::string to = GetDBFilePath(index, m_reportDirectory.c_str(), eOperative);
     m_log.Copying(from, to);
     try {
-      CKitFile::Copy(from, to);
-      SyncFile(to);
+      CopyFile(from, to, kLasting);
+    } catch (const CStopped&) {
+      DropOldSet();
+      throw;
     } catch (const XKitFile& error) {
       DropOldSet();
-      throw XKitStatus(error.SystemCode(), KitFormat("%s ->%s", from.c_str(), to.c_str()));
+      throw XKitStatus(error.SystemCode(),
+                       KitFormat("%s ->%s: %s", from.c_str(), to.c_str(), error.what()));
     }
   }
   KitCheck(platform::Files().SyncDirectory(m_reportDirectory), "sync", m_reportDirectory);
@@ -147,24 +188,6 @@ void CFixer::CJob::DeleteDBFiles(const std::string& directory, EBaseType kind) {
     if (!CKitFile::Exists(path)) continue;
     m_log.Deleting(path);
     CKitFile::RemoveEx(path);
-  }
-}
-
-// Not before the records that name them are gone for good.
-void CFixer::CJob::RemoveSavedFiles() {
-  for (const std::string& path : m_savedFiles) {
-    try {
-      CKitFile::RemoveEx(path);
-    } catch (const XKitFile& error) {
-      Dispatch(severity::Error, error.what(), 151);
-      continue;
-    }
-    Dispatch(severity::Information, "Repairing MS - file is removed (" + path + ")", 152);
-    const std::string folder = CKitFile::DirectoryName(path);
-    if (CKitFolder::RemoveFolder(folder))
-      Dispatch(severity::Information, "Repairing MS - folder is removed (" + folder + ")", 153);
-    else
-      Dispatch(severity::Repaired, "Repairing MS - can't remove folder (" + folder + ")", 154);
   }
 }
 

@@ -45,6 +45,8 @@ void CFixer::CJob::BuildIndexes() {
 void CFixer::CJob::FixData() {
   BeginStep("fixing data");
   EndTextsOf<CMSRecipientData>(eRecipient);
+  EndTextsOf<CMSAttachmentData>(eAttachment);
+  FixAttachmentFiles();
   SumAttachments();
   FixDocumentData();
   FixFolderData();
@@ -60,7 +62,8 @@ void CFixer::CJob::EndTextsOf(EObjectType type) {
     if (!EndTexts(record)) return false;
     const std::string name = NameOf(*rows[slot]);
     m_log.Detail("\t" + name + " text without end\n");
-    Report({name, "text without end", "", ""}, "text without end is detected (" + name + ")", 130);
+    Report({eMended, name, "text without end", "", ""},
+           "text without end is detected (" + name + ")", 130);
     PutRecord(bytes, record);
     return true;
   });
@@ -68,7 +71,6 @@ void CFixer::CJob::EndTextsOf(EObjectType type) {
 }
 
 void CFixer::CJob::SumAttachments() {
-  EndTextsOf<CMSAttachmentData>(eAttachment);
   CMSDBFile& letters = FileOf(eDocument);
   const auto letterRows = RowsBySlot(eDocument);
   letters.ForEachSlot([&](std::uint32_t slot, const std::byte* bytes) {
@@ -98,7 +100,7 @@ bool CFixer::CJob::FixNumber(const CDBEntry& row, const char* field, const char*
   if (value == found) return false;
   const std::string name = NameOf(row);
   m_log.Detail(KitFormat("\t%s %s(%u -> %u)\n", name.c_str(), field, value, found));
-  Report({name, event, std::to_string(value), std::to_string(found)},
+  Report({eMended, name, event, std::to_string(value), std::to_string(found)},
          KitFormat("%s mismatch is detected (%s, %u -> %u)", event, name.c_str(), value, found),
          line);
   stored = found;
@@ -111,7 +113,7 @@ bool CFixer::CJob::FixDocument(const CDBEntry& row, CMSDocumentData& record) {
   bool changed = EndTexts(record);
   if (changed) {
     m_log.Detail("\t" + NameOf(row) + " text without end\n");
-    Report({NameOf(row), "text without end", "", ""},
+    Report({eMended, NameOf(row), "text without end", "", ""},
            "text without end is detected (" + NameOf(row) + ")", 131);
   }
   const std::uint32_t body = sums.keepsBody ? sums.storedBody : sums.body;

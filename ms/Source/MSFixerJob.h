@@ -3,8 +3,8 @@
 // The steps stand in several sources, in the order in which they run: MSFixer.cpp (the order, and
 // what becomes of errors), MSFixerMount.cpp (temporary copies, the master table),
 // MSFixerObjects.cpp (IDs, predefined folders, references), MSFixerData.cpp (counts, bodies,
-// sizes), MSFixerRebuild.cpp (headers, indexes, links, names, master file), MSFixerAccept.cpp
-// (putting the new set in place).
+// sizes), MSFixerFiles.cpp (attachments' files), MSFixerRebuild.cpp (headers, indexes, links,
+// names, master file), MSFixerAccept.cpp (putting the new set in place).
 #pragma once
 
 #include <array>
@@ -17,6 +17,7 @@
 #include "MSFixer.h"
 #include "MSFixerFile.h"
 #include "MSFixerTable.h"
+#include "MSFixerTree.h"
 #include "MaintenanceLog.h"
 #include "RecordTypes.h"
 #include "Records.h"
@@ -29,11 +30,18 @@ inline constexpr std::uint32_t kRootID = 1;
 inline constexpr int kFileCount = 11;
 inline constexpr int kRecordFiles = 4;
 inline constexpr int kMasterFile = 10;
+// Within the store's directory: files of attachments that lost their letter.
+inline constexpr char kSavedDirectory[] = "ALIEN";
 
 // Ends a job with a text.
 class CTextError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
+};
+// The same because a record file is none of its kind.
+class CRefusedFile : public CTextError {
+ public:
+  using CTextError::CTextError;
 };
 // Ends a job because the callback said so.
 class CStopped : public std::runtime_error {
@@ -60,6 +68,19 @@ class CFixer::CJob {
     bool isEncrypted = false;
   };
 
+  // The file of an attachment that goes.
+  struct CSavedFile {
+    std::string stored;  // as the record had it
+    std::string from;    // full paths
+    std::string to;
+  };
+  // Why an attachment has no file of its own.
+  struct CFileTrouble {
+    std::uint32_t slot;
+    enum { Missing, Nowhere, Shared } kind;
+  };
+  static constexpr bool kLasting = true;
+
   void RunSteps();
   void SetDirectories();
   void Fail(const std::string& text, int code);
@@ -70,12 +91,17 @@ class CFixer::CJob {
   std::string Path(int index, EBaseType kind) const;
   bool Exists(int index, EBaseType kind) const;
   CMSDBFile& FileOf(EObjectType type);
+  // The operative file that the temporary one is a copy of.
+  std::string OwnPath(const CMSDBFile& file) const;
 
   void LockOperativeFiles();
   void ReleaseGuard();
   void MakeTemporaryDB();
+  // With progress. lasting: until it has reached the medium.
+  void CopyFile(const std::string& from, const std::string& to, bool lasting);
   void OpenDataBase();
   void OpenDBFile(CMSDBFile& file, const std::string& path);
+  void RenewHeader(CMSDBFile& file);
   std::uint32_t AddToMasterTable(CMSDBFile& file, EObjectType type);
   void ReportCounts(const CMSDBFile& file, const CMSFileHeader& header,
                     const CMaintenanceLog::Counts& found);
@@ -92,7 +118,7 @@ class CFixer::CJob {
   const CUID& RoleFor(const CDBEntry& row);
   void Rebind(CDBEntry& row);
   void BreakLoops();
-  void SaveFile(const CDBEntry& row);
+  void DropLost(const CDBEntry& row);
   void EraseRows(EObjectType type, const std::vector<bool>& slots);
 
   void BuildIndexes();
@@ -103,6 +129,22 @@ class CFixer::CJob {
                  std::uint32_t found, int line);
   bool FixDocument(const CDBEntry& row, CMSDocumentData& record);
   void SumAttachments();
+
+  CFileTree& Tree();
+  void SaveFile(const CDBEntry& row);
+  void FixAttachmentFiles();
+  void ClaimFile(std::uint32_t slot, const CMSAttachmentData& record,
+                 std::vector<CFileTrouble>& troubles);
+  void MendPath(const CDBEntry& row, const CFileTrouble& trouble,
+                std::vector<std::string>& unclaimed);
+  std::string TakeLike(const CMSAttachmentData& record, std::vector<std::string>& unclaimed);
+  std::string CopyOf(const std::string& stored);
+  void CompareFiles();
+  void DropFile(const std::string& path);
+  void DropCopies();
+  void SyncCopies();
+  void RemoveSavedFiles();
+
   template <class T>
   void EndTextsOf(EObjectType type);
   std::vector<const CDBEntry*> RowsBySlot(EObjectType type);
@@ -110,6 +152,7 @@ class CFixer::CJob {
   void FixDataBase();
   void FixDBFile(CMSDBFile& file);
   void FixDBState();
+  void CompareSize();
   void CreateIndexes();
   void CreateIndex(int index, EObjectType type);
   void CreatePacketDB();
@@ -124,11 +167,11 @@ class CFixer::CJob {
   void DropOldSet();
   bool HasChanged();
   void DeleteDBFiles(const std::string& directory, EBaseType kind);
-  void RemoveSavedFiles();
 
   CFixer& m_fixer;
   const EJob m_job;
   const std::string m_directory;  // as it was given
+  const std::string m_store;      // the same as a full path
   std::string m_reportDirectory;
   CMaintenanceLog m_log;
   const char* m_step = "";
@@ -143,7 +186,9 @@ class CFixer::CJob {
   std::uint32_t m_totalSize = 0;
   std::array<CUID, 8> m_predefined{};
   std::unordered_map<std::uint64_t, std::uint32_t> m_remapped;  // new IDs, by old type and ID
-  std::vector<std::string> m_savedFiles;  // full paths, to be removed once the repair is in place
+  std::unique_ptr<CFileTree> m_tree;
+  std::vector<CSavedFile> m_savedFiles;  // to be removed once the repair is in place
+  std::vector<std::string> m_madeFiles;  // full paths of copies that attachments got
   // Lookup tables: sums by a letter's ID, children by a folder's ID.
   std::unordered_map<std::uint32_t, CSums> m_sums;
   std::unordered_map<std::uint32_t, std::array<std::uint32_t, 2>> m_children;

@@ -1,24 +1,21 @@
 // Mounting a store for maintenance: temporary copies, and the master table of what is in them.
+#include <algorithm>
 #include <cstring>
 
 #include "MSFixerJob.h"
+#include "StoreFiles.h"
 #include "kit/LogDispatcher.h"
 
 namespace MSF {
 
-namespace {
-
-constexpr char kGuardName[] = "fixer3.tmp";
-
-}  // namespace
-
 // Jobs share the names of their temporary files, so one at a time has the guard. Whoever has the
 // store open holds one of the record files; readers do not disturb a scan.
 void CFixer::CJob::LockOperativeFiles() {
-  const std::string guard = CKitFile::Join(m_directory, kGuardName);
+  const std::string guard = CKitFile::Join(m_directory, storefiles::kGuard);
   m_guard = std::make_unique<CKitFile>(
       guard, platform::OpenOptions{platform::Access::ReadWrite, platform::Disposition::OpenOrCreate,
                                    platform::Sharing::ReadOnly});
+  if (m_job == eRepair) m_guard->Write(0, &storefiles::kGuardReplaces, 1);
   const auto access = m_job == eScan ? platform::Access::Read : platform::Access::ReadWrite;
   for (int index = 0; index < kRecordFiles; ++index) {
     if (!Exists(index, eOperative)) continue;
@@ -36,6 +33,24 @@ void CFixer::CJob::ReleaseGuard() {
   m_guard.reset();
 }
 
+void CFixer::CJob::CopyFile(const std::string& from, const std::string& to, bool lasting) {
+  constexpr std::size_t kBlock = 1 << 20;
+  CKitFile source(
+      from, {platform::Access::Read, platform::Disposition::OpenExisting, platform::Sharing::All});
+  CKitFile target(to, {platform::Access::ReadWrite, platform::Disposition::CreateAlways,
+                       platform::Sharing::All});
+  const std::uint64_t length = source.Length();
+  std::vector<std::byte> block(static_cast<std::size_t>(std::min<std::uint64_t>(length, kBlock)));
+  for (std::uint64_t done = 0; done < length;) {
+    OnProgress(from.c_str(), done, length);
+    const std::size_t read = source.Read(done, block.data(), block.size());
+    if (read == 0) break;
+    target.Write(done, block.data(), read);
+    done += read;
+  }
+  if (lasting) target.Sync();
+}
+
 void CFixer::CJob::MakeTemporaryDB() {
   BeginStep("creating temporary DB files");
   for (int index = 0; index < kRecordFiles; ++index) {
@@ -43,10 +58,8 @@ void CFixer::CJob::MakeTemporaryDB() {
     const std::string from = Path(index, eOperative);
     const std::string to = Path(index, eTemporary);
     m_log.Copying(from, to);
-    OnProgress(from.c_str(), static_cast<std::uint64_t>(index), kRecordFiles);
     try {
-      CKitFile::Copy(from, to);
-      CKitFile::SetAttributes(to, platform::attribute::Archive);
+      CopyFile(from, to, !kLasting);
     } catch (const XKitFile&) {
       Dispatch(severity::Error,
                "Repairing MS - error creating temporary DB files. Exception is thrown", 110);
@@ -76,7 +89,7 @@ namespace {
 [[noreturn]] void RefuseFile(const std::string& what, const std::string& details, int line) {
   Dispatch(severity::Error, "Repairing MS - " + what + " (" + details + "). Exception is thrown.",
            line);
-  throw CTextError(what + ": " + details);
+  throw CRefusedFile(what + ": " + details);
 }
 
 }  // namespace
@@ -91,6 +104,7 @@ void CFixer::CJob::OpenDBFile(CMSDBFile& file, const std::string& path) {
              111);
     throw;
   }
+  if (m_fixer.m_renewHeaders) RenewHeader(file);
   if (file.Length() < sizeof(CMSFileHeader)) RefuseFile("DB file is too small", path, 112);
   const CMSFileHeader header = file.ReadHeader();
   const auto shown = [&](std::uint32_t value) {
@@ -102,6 +116,21 @@ void CFixer::CJob::OpenDBFile(CMSDBFile& file, const std::string& path) {
     RefuseFile("DB file version is invalid", shown(header.VE), 114);
   if (header.KS != CMSFileHeader::kKeySize || header.DS != file.RecordSize())
     RefuseFile("DB file record size mismatch is detected", path, 115);
+}
+
+// No field of such a header is worth keeping: a false head of the chain would cost an object.
+void CFixer::CJob::RenewHeader(CMSDBFile& file) {
+  CMSFileHeader fresh;
+  fresh.DS = file.RecordSize();
+  if (file.Length() >= sizeof fresh) {
+    const CMSFileHeader stored = file.ReadHeader();
+    if (stored.SI == fresh.SI && stored.VE == fresh.VE && stored.KS == fresh.KS &&
+        stored.DS == fresh.DS)
+      return;
+  }
+  file.WriteHeader(fresh);
+  Report({eMended, OwnPath(file), "file header", "", "renewed"},
+         "file header is renewed (" + file.Path() + ")", 119);
 }
 
 // Answers the number of slots in use.
@@ -129,7 +158,7 @@ std::uint32_t CFixer::CJob::AddToMasterTable(CMSDBFile& file, EObjectType type) 
 void CFixer::CJob::ReportCounts(const CMSDBFile& file, const CMSFileHeader& header,
                                 const CMaintenanceLog::Counts& found) {
   const auto report = [&](const char* what, std::uint32_t stored, std::uint32_t counted, int line) {
-    Report({file.Path(), what, std::to_string(stored), std::to_string(counted)},
+    Report({eMended, OwnPath(file), what, std::to_string(stored), std::to_string(counted)},
            KitFormat("%s mismatch is detected (%s, %u -> %u)", what, file.Path().c_str(), stored,
                      counted),
            line);

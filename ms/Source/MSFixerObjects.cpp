@@ -21,8 +21,6 @@ constexpr std::array kLabels{"MSROOT    ", "WMROOT    ", "INBOX     ", "OUTBOX  
 constexpr std::size_t kRoot = 0;
 constexpr char kRootName[] = "Root";
 
-constexpr char kSavedDirectory[] = "ALIEN";
-
 std::uint64_t KeyOf(EObjectType type, std::uint32_t id) {
   return static_cast<std::uint64_t>(type) << 32 | id;
 }
@@ -61,7 +59,7 @@ void CFixer::CJob::RollbackUncommited() {
     rolledBack[row.Slot] = true;
     const std::string name = GetIDString(Slot(row));
     m_log.Detail("\t" + name + " : deleted.\n");
-    Report({name, "partially created document", "", "deleted"},
+    Report({eDeleted, name, "partially created document", "", "deleted"},
            "partially created document is found (" + name + " deleted)", 120);
   }
   EraseRows(eDocument, rolledBack);
@@ -69,23 +67,24 @@ void CFixer::CJob::RollbackUncommited() {
 
 void CFixer::CJob::ProcessInvalidID() {
   BeginStep("checking msids");
-  std::vector<CDBEntry> kept;
+  std::vector<CDBEntry>& rows = m_table.Rows();
   std::vector<CDBEntry> remapped;
-  kept.reserve(m_table.Rows().size());
-  for (const CDBEntry& row : m_table.Rows()) {
+  std::size_t kept = 0;
+  for (std::size_t i = 0; i < rows.size(); ++i) {
+    const CDBEntry row = rows[i];
     const bool isRoot = row.Type == eFolder && row.PID == 0;
     if (row.ID == 0 || row.ID > kMaxObjectID) {
       Remap(row, row.ID, "\tinvalid msid: ", "invalid MSID object found", 121, remapped);
     } else if (row.ID == kRootID && !isRoot) {
       Remap(row, kNoID, "\tinvalid msid: ", "invalid MSID object found", 122, remapped);
-    } else if (!kept.empty() && kept.back().ID == row.ID) {
+    } else if (kept > 0 && rows[kept - 1].ID == row.ID) {
       Remap(row, row.ID, "\tduplicate msid: ", "duplicate MSID object found", 123, remapped);
     } else {
-      kept.push_back(row);
+      rows[kept++] = row;
     }
   }
-  kept.insert(kept.end(), remapped.begin(), remapped.end());
-  m_table.Rows() = std::move(kept);
+  rows.resize(kept);
+  rows.insert(rows.end(), remapped.begin(), remapped.end());
   m_table.Sort();
 }
 
@@ -103,8 +102,8 @@ void CFixer::CJob::Remap(CDBEntry row, std::uint32_t shown, const char* detail, 
   const std::string from = GetIDString(old);
   const std::string to = GetIDString(Slot(row));
   m_log.Detail(detail + from + " : mapping to " + to + "\n");
-  Report({from, event, from, to}, std::string(event) + " (" + from + " mapped to " + to + ")",
-         line);
+  Report({eRemapped, from, event, from, to},
+         std::string(event) + " (" + from + " mapped to " + to + ")", line);
 }
 
 void CFixer::CJob::FindPredefinedFolders() {
@@ -120,7 +119,7 @@ void CFixer::CJob::FindPredefinedFolders() {
     if (row.Type != eFolder) continue;
     if (row.PID == 0 && row.ID != kRootID) {
       const std::string name = GetIDString(Slot(row));
-      Report({name, "duplicate root folder", "", "ignored"},
+      Report({eNothing, name, "duplicate root folder", "", "ignored"},
              "duplicate root folder is found (" + name + ", ignored)", 124);
     }
     const auto role = row.ID == kRootID ? kRoot : static_cast<std::size_t>(types[row.Slot]);
@@ -166,7 +165,7 @@ void CFixer::CJob::CreateFolder(std::size_t role) {
   m_table.Insert(row);
   m_predefined.at(role) = Slot(row);
   const std::string text = GetIDString(Slot(row));
-  Report({text, "predefined folder", "absent", name},
+  Report({eCreated, text, "predefined folder", "absent", name},
          KitFormat("folder [%s, %u] is recreated (%s)", name.c_str(), static_cast<unsigned>(role),
                    text.c_str()),
          125);
@@ -187,32 +186,33 @@ std::uint32_t CFixer::CJob::ParentOf(const CDBEntry& row, EObjectType parentType
   return m_table.FindObject({row.PID, parentType}) != nullptr ? row.PID : 0;
 }
 
+// Parents are no part of the order of rows, save between rows with one ID, which there are none of
+// any more.
 void CFixer::CJob::ProcessInvalidLinks() {
   BeginStep("checking references");
-  std::vector<CDBEntry> kept;
-  kept.reserve(m_table.Rows().size());
-  for (CDBEntry row : m_table.Rows()) {
+  std::vector<CDBEntry>& rows = m_table.Rows();
+  std::vector<bool> goes(rows.size());
+  for (std::size_t i = 0; i < rows.size(); ++i) {
+    CDBEntry& row = rows[i];
     if (row.PID == row.ID) row.PID = kNoID;
     if (row.ID == kRootID) {
       row.PID = 0;
-      kept.push_back(row);
-      continue;
-    }
-    if (const std::uint32_t parent = ParentOf(row, ParentTypeOf(row.Type)); parent != 0) {
+    } else if (const std::uint32_t parent = ParentOf(row, ParentTypeOf(row.Type)); parent != 0) {
       row.PID = parent;
-      kept.push_back(row);
-      continue;
-    }
-    if (row.Type == eFolder || row.Type == eDocument) {
+    } else if (row.Type == eFolder || row.Type == eDocument) {
       Rebind(row);
-      kept.push_back(row);
     } else {
-      SaveFile(row);
+      DropLost(row);
+      goes[i] = true;
     }
   }
-  m_table.Rows() = std::move(kept);
-  m_table.Sort();
+  std::size_t kept = 0;
+  for (std::size_t i = 0; i < rows.size(); ++i)
+    if (!goes[i]) rows[kept++] = rows[i];
+  rows.resize(kept);
   BreakLoops();
+  m_fixer.m_kept = {m_table.Count(eFolder), m_table.Count(eDocument), m_table.Count(eAttachment),
+                    m_table.Count(eRecipient)};
 }
 
 // By the letter's flags; a folder goes to the root.
@@ -234,7 +234,7 @@ void CFixer::CJob::Rebind(CDBEntry& row) {
   const std::string now = GetIDString(home);
   m_log.Detail("\tinvalid reference: " + name + " : object PID=" + old + " rebound to " + now +
                "\n");
-  Report({name, "lost object", old, now},
+  Report({eRebound, name, "lost object", old, now},
          "lost object found (" + name + ", PID = " + old + " rebound to " + now + ")", 126);
   row.PID = home.ID;
 }
@@ -255,41 +255,16 @@ void CFixer::CJob::BreakLoops() {
     Rebind(*member);
     parents[at] = kRootID;
   }
-  m_table.Sort();
 }
 
-// An attachment without its letter: the record goes, the file is kept where a person finds it.
-void CFixer::CJob::SaveFile(const CDBEntry& row) {
+// An attachment or recipient without its letter.
+void CFixer::CJob::DropLost(const CDBEntry& row) {
   const std::string name = GetIDString(Slot(row));
   const std::string parent = GetIDString(COID{row.PID, eDocument});
   m_log.Detail("\tinvalid reference: " + name + " : object PID=" + parent + " deleted\n");
-  Report({name, "lost object", parent, "deleted"},
+  Report({eDeleted, name, "lost object", parent, "deleted"},
          "lost object found (" + name + ", PID = " + parent + " deleted)", 127);
-  if (row.Type != eAttachment || m_job != eRepair) return;
-  CMSAttachmentData record;
-  FileOf(eAttachment).ReadRecord(row.Slot, &record);
-  const std::string store = CKitFile::FullName(m_directory);
-  const std::string stored = CMSFieldAccess::TextOf(record.InternalFileName);
-  const std::string from = attachmentfiles::ToFull(store, stored);
-  // What lies outside of the store is the client's own.
-  if (from.empty() || attachmentfiles::ToStored(store, from) == from || !CKitFile::Exists(from))
-    return;
-  const std::string directory = CKitFile::Join(store, kSavedDirectory);
-  CKitFolder::MakePath(directory);
-  const std::string base = CKitFile::BaseName(from);
-  const std::string extension = CKitFile::Extension(from);
-  std::string to = CKitFile::Join(directory, base + extension);
-  for (int n = 1; CKitFile::IsVisible(to); ++n)
-    to = CKitFile::Join(directory, KitFormat("%s_%d%s", base.c_str(), n, extension.c_str()));
-  try {
-    CKitFile::Copy(from, to);
-    Dispatch(severity::Information, "Repairing MS - file is copied (" + from + " to " + to + ")",
-             128);
-    m_savedFiles.push_back(from);
-  } catch (const XKitFile&) {
-    Dispatch(severity::Error, "Repairing MS - error copying file (" + from + " to " + to + ")",
-             129);
-  }
+  if (row.Type == eAttachment && m_job == eRepair) SaveFile(row);
 }
 
 }  // namespace MSF

@@ -86,7 +86,7 @@ void CFixer::CJob::FixDBFile(CMSDBFile& file) {
   std::uint32_t first = stored.FI;
   if (links.empty() && !rows.empty()) {
     links = NewChain(rows, first);
-    Report({file.Path(), "free chain", "", "rebuilt"},
+    Report({eRebuilt, OwnPath(file), "free chain", "", "rebuilt"},
            "chain of free objects is rebuilt (" + file.Path() + ")", 140);
   }
   const auto used =
@@ -118,7 +118,7 @@ void CFixer::CJob::FixDBFile(CMSDBFile& file) {
   });
   if (std::memcmp(&header, &stored, sizeof header) == 0) return;
   if (header.TC == stored.TC && header.UC == stored.UC)
-    Report({file.Path(), "file header", "", "mended"},
+    Report({eMended, OwnPath(file), "file header", "", "mended"},
            "file header is mended (" + file.Path() + ")", 141);
   file.WriteHeader(header);
 }
@@ -137,6 +137,7 @@ void CFixer::CJob::FixDBState() {
     CKitFile::Copy(Path(kMasterFile, eOperative), path);
     CKitFile::SetAttributes(path, platform::attribute::Archive);
   }
+  CompareSize();
   WriteState("RegInfo", "LastRegNumber", std::to_string(m_lastRegNumber));
   WriteState("MessageStore", "LastID", std::to_string(m_lastID));
   WriteState("MessageStore", "Size", std::to_string(m_totalSize));
@@ -144,6 +145,19 @@ void CFixer::CJob::FixDBState() {
       !platform::FlushProfile(path)) {
     throw XKitFile(XKitFile::Cause::Other, 0, path, "cannot write to '" + path + "'");
   }
+}
+
+// The last ID may be that of an object that is gone, the last registration number is the client's.
+void CFixer::CJob::CompareSize() {
+  const std::string path = Path(kMasterFile, eOperative);
+  if (!CKitFile::Exists(path)) return;
+  constexpr std::size_t kLongest = 16;
+  const std::string stored =
+      platform::ReadProfileString(path, "MessageStore", "Size", "0", kLongest);
+  const std::string found = std::to_string(m_totalSize);
+  if (stored == found) return;
+  Report({eMended, path, "store size", stored, found},
+         "store size mismatch is detected (" + path + ", " + stored + " -> " + found + ")", 145);
 }
 
 void CFixer::CJob::MarkDataBaseFixed() {

@@ -73,6 +73,9 @@ void CMSMessageStoreImp::OpenFiles(bool isNew) {
   // There is nothing to read in a directory without a store: no trace of the attempt stays behind.
   if (!isNew || !m_readOnly) MarkActive();
   OpenDatabases();
+  if (storefiles::IsBeingReplaced(m_directory))
+    throw CMSDBException(CMSDBException::kCannotOpen,
+                         "cannot open '" + m_directory + "': the store is being repaired", true);
   // Whoever held the files until now may have written its last values meanwhile.
   if (!isNew || !m_readOnly) MarkActive();
   ReadCounters();

@@ -104,3 +104,24 @@ bool storefiles::IsComplete(const std::string& directory, bool readOnly,
   MoveAside(directory, present, quarantine);
   return false;
 }
+
+bool storefiles::IsUnderMaintenance(const std::string& directory) {
+  std::unique_ptr<platform::File> guard;
+  const platform::Status status = platform::Files().Open(
+      CKitFile::Join(directory, kGuard),
+      {platform::Access::Read, platform::Disposition::OpenExisting, platform::Sharing::ReadOnly},
+      guard);
+  return status.Why() == platform::Cause::InUse;
+}
+
+bool storefiles::IsBeingReplaced(const std::string& directory) {
+  if (!IsUnderMaintenance(directory)) return false;
+  std::unique_ptr<platform::File> guard;
+  const platform::Status status = platform::Files().Open(
+      CKitFile::Join(directory, kGuard),
+      {platform::Access::Read, platform::Disposition::OpenExisting, platform::Sharing::All}, guard);
+  if (!status.Ok()) return false;
+  char kind = 0;
+  std::size_t done = 0;
+  return guard->Read(0, &kind, 1, done).Ok() && done == 1 && kind == kGuardReplaces;
+}

@@ -19,4 +19,14 @@ inline constexpr std::array<const char*, 11> kRequired{
 // XKitFile when a move fails. A read-only opening moves nothing either (XKitStatus 4).
 bool IsComplete(const std::string& directory, bool readOnly, CMSClientInformer* informer);
 
+// Held by a maintenance job from its begin to its end. Its first byte tells a job that will replace
+// the files from one that only looks.
+inline constexpr char kGuard[] = "fixer3.tmp";
+inline constexpr char kGuardReplaces = 'R';
+
+bool IsUnderMaintenance(const std::string& directory);
+// Whether a job is at work that replaces the store's files. It holds them locked until it does;
+// who has opened them all and then hears no has opened files that stay.
+bool IsBeingReplaced(const std::string& directory);
+
 }  // namespace storefiles
