@@ -1,9 +1,12 @@
 #include "BackupJob.h"
 
+#include <ms/Roles.h>
+
 #include <optional>
 #include <unordered_set>
 
 #include "BackupWatcher.h"
+#include "CrashCheck.h"
 #include "Failure.h"
 #include "FolderWalk.h"
 #include "Interrupt.h"
@@ -14,14 +17,17 @@ namespace tool {
 namespace {
 
 // Lets the chosen folder pass with all below it, on the way there the folders alone, and of the
-// letters those that are new enough.
+// letters those that are new enough. The predefined folders pass as well, without their letters: a
+// store that lacks one needs a repair.
 class Filter : public CMSArchiver::CBackupFilter {
  public:
   Filter(CMSMessageStore& store, const BackupJob& job) : m_since(job.since) {
     const CMSFolder chosen = job.folder.empty() ? store.Root() : FindFolder(store, job.folder);
     WalkFolders(chosen, [&](const CMSFolder& folder, std::size_t) { m_tree.insert(folder.ID()); });
-    CMSFolder above = chosen.Parent();
-    while (above && m_way.insert(above.ID()).second) above = above.Parent();
+    AddWayTo(chosen.Parent());
+    WalkFolders(store.Root(), [&](const CMSFolder& folder, std::size_t) {
+      if (MSF::IsPredefinedType(folder.Type())) AddWayTo(folder);
+    });
   }
 
   bool IsBackupNeeded(const CMSFolder& folder) override {
@@ -32,6 +38,10 @@ class Filter : public CMSArchiver::CBackupFilter {
   }
 
  private:
+  void AddWayTo(CMSFolder folder) {
+    while (folder && m_way.insert(folder.ID()).second) folder = folder.Parent();
+  }
+
   std::uint32_t m_since;
   std::unordered_set<unsigned long> m_tree;
   std::unordered_set<unsigned long> m_way;
@@ -77,6 +87,7 @@ class Run {
     archiver.SetStatusCallback(&m_watcher);
     archiver.SetBackupFilter(&m_filter);
     const TargetMark mark(m_job.to, Has(kBackupPlanOnly));
+    if (!Has(kBackupPlanOnly)) LookAtTarget();
     try {
       archiver.Backup(*m_source, m_job.to.c_str(), &m_job.settings, nullptr);
       return true;
@@ -87,6 +98,18 @@ class Run {
     } catch (const std::exception& error) {
       const Failure failure = Explain(error);
       EndEarly({failure.ExitCode(), m_job.to + ": " + failure.what()});
+    }
+  }
+
+  void LookAtTarget() const {
+    if (CMSArchiver::IsHalfMade(m_job.to.c_str())) return;
+    const StateMark mark(m_job.to);
+    if (mark.Text().empty() || mark.SaysClosed() || IsInUse(m_job.to)) return;
+    try {
+      // What a backup was doing when it was cut off is nothing that a person would decide on.
+      Has(kBackupAddOnly) ? CheckAfterCrash(m_job.to) : MendAfterCrash(m_job.to);
+    } catch (const Failure& failure) {
+      throw Failure(failure.ExitCode(), m_job.to + ": " + failure.what());
     }
   }
 

@@ -84,7 +84,8 @@ FixerRun::FixerRun(std::string directory) : m_directory(std::move(directory)), m
   RequireRecords(m_directory);
 }
 
-void FixerRun::Scan(std::ostream* log) {
+void FixerRun::Scan(std::ostream* log, bool deep) {
+  m_fixer.SetDeep(deep);
   Run(Job::Scan, log);
 }
 
@@ -93,7 +94,8 @@ void FixerRun::Repair(std::ostream* log) {
 }
 
 void FixerRun::RequireNobody(Job job) const {
-  if (IsInUse(m_directory, job == Job::Scan ? Purpose::Read : Purpose::Write)) {
+  if (MSF::CFixer::IsAtWork(m_directory.c_str()) ||
+      IsInUse(m_directory, job == Job::Scan ? Purpose::Read : Purpose::Write)) {
     throw Failure(kExitInUse, kInUse);
   }
 }
@@ -121,6 +123,7 @@ void FixerRun::Run(Job job, std::ostream* log) {
   RequireNobody(job);
   std::string text = job == Job::Scan ? "cannot be checked: " : "cannot be repaired: ";
   text += m_fixer.Error();
+  if (m_isHeaderRefused) text += "; mstool repair --renew-headers writes a new header";
   if (!OldFiles().empty()) text += "; the files as they were are in " + OldFiles();
   throw Failure(kExitCannotAccess, text);
 }
@@ -129,7 +132,7 @@ void FixerRun::AddMissing() {
   for (const std::string& path : m_marks.missing) {
     const auto isTold = [&](const Finding& finding) { return finding.Object == path; };
     if (std::none_of(m_findings.begin(), m_findings.end(), isTold)) {
-      m_findings.push_back({path, "file", "missing", "rebuilt"});
+      m_findings.push_back({MSF::CFixer::eRebuilt, path, "file", "missing", "rebuilt"});
     }
   }
 }
@@ -151,13 +154,19 @@ bool FixerRun::OnProgress(const MSF::CFixer::CProgress& progress) {
 }
 
 // The job's answer has the text.
-void FixerRun::OnError(int, int, const char*) {}
+void FixerRun::OnError(int, int code, const char*) {
+  m_isHeaderRefused = code == MSF::CFixer::kRefusedHeader;
+}
+
+std::string CountOf(std::uint64_t count, const char* one, const char* many) {
+  return std::to_string(count) + " " + (count == 1 ? one : many);
+}
 
 std::string LineOf(const Finding& finding) {
   std::string line = finding.Object + ": " + finding.What;
   if (finding.Stored.empty() && finding.Found.empty()) return Visible(line);
-  line += ", ";
-  if (!finding.Stored.empty()) line += finding.Stored + " -> ";
+  line += ", " + finding.Stored;
+  if (!finding.Stored.empty() && !finding.Found.empty()) line += " -> ";
   return Visible(line + finding.Found);
 }
 

@@ -28,18 +28,27 @@ struct StoreMarks {
 StoreMarks ReadMarks(const std::string& directory);
 
 // Runs one job with its progress on the terminal. Failure: the directory is none or has no record
-// file; another process has the store open (for a scan: for writing); the user wants to stop, which
-// leaves the store as it was; the job failed (kExitCannotAccess with the cause).
+// file; another process has the store open (for a scan: for writing), or runs a job on it; the user
+// wants to stop, which leaves the store as it was; the job failed (kExitCannotAccess with the
+// cause).
 class FixerRun : private MSF::CFixer::CCallback {
  public:
   explicit FixerRun(std::string directory);
 
-  // log may be null.
-  void Scan(std::ostream* log);
+  // log may be null. A deep scan compares the attachments' files with their records as well.
+  void Scan(std::ostream* log, bool deep = false);
   void Repair(std::ostream* log);
+  // See CFixer::SetRenewHeaders. For the jobs after it.
+  void RenewHeaders() { m_fixer.SetRenewHeaders(true); }
 
   // Each derived file that was missing is among them.
   const std::vector<Finding>& Findings() const { return m_findings; }
+  // Of a deep scan: files that are missing or have another length, which no repair brings back.
+  const std::vector<Finding>& FileFindings() const { return m_fixer.FileFindings(); }
+  // Full paths of files in the store's directory that belong to no letter.
+  const std::vector<std::string>& UnnamedFiles() const { return m_fixer.UnnamedFiles(); }
+  // What the store holds, or would hold, after the job.
+  const MSF::CFixer::CCounts& Kept() const { return m_fixer.Kept(); }
   // The marks as they were before the job.
   const StoreMarks& Marks() const { return m_marks; }
   // "" when no old files were kept.
@@ -61,9 +70,12 @@ class FixerRun : private MSF::CFixer::CCallback {
   std::string m_step;
   std::string m_file;
   bool m_isStopped = false;
+  bool m_isHeaderRefused = false;
   std::vector<Finding> m_findings;
 };
 
+// "1 file", "2 files".
+std::string CountOf(std::uint64_t count, const char* one, const char* many);
 // "object: what, stored -> found".
 std::string LineOf(const Finding& finding);
 Json JsonOf(const Finding& finding);

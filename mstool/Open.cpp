@@ -1,5 +1,6 @@
 #include "Open.h"
 
+#include <ms/MSFixer.h>
 #include <ms/Roles.h>
 #include <ms/corrupted.h>
 
@@ -8,6 +9,7 @@
 #include <fstream>
 #include <iostream>
 
+#include "CrashCheck.h"
 #include "Failure.h"
 #include "Text.h"
 #include "kit/KitFile.h"
@@ -65,16 +67,16 @@ const char* ForbiddenFile(const std::string& directory, Purpose purpose) {
   return nullptr;
 }
 
-Failure CannotOpen(const std::string& directory, Purpose purpose, const std::string& text) {
+Failure CannotOpen(const std::string& directory, Purpose purpose, const CMSDBException& error) {
   if (const char* file = ForbiddenFile(directory, purpose)) {
     return {kExitCannotAccess, std::string("cannot ") +
                                    (purpose == Purpose::Write ? "write " : "read ") + file +
                                    "; see to the permissions"};
   }
-  if (IsInUse(directory)) {
+  if (error.IsInUse() || IsInUse(directory)) {
     return {kExitInUse, kInUse};
   }
-  return {kExitCannotAccess, text};
+  return {kExitCannotAccess, error.what()};
 }
 
 }  // namespace
@@ -132,13 +134,14 @@ void OpenStore::LookBeforeOpening(Purpose purpose) {
     throw Failure(kExitCannotAccess, "this directory holds no store; make one with mstool create");
   }
 
-  // While somebody has the store open its state says nothing.
-  if (m_found.SaysClosed() || IsInUse(m_directory)) return;
+  // While somebody has the store open its state says nothing. A scan is no such opening.
+  const bool isScanned = purpose == Purpose::Read && MSF::CFixer::IsAtWork(m_directory.c_str());
+  if (m_found.SaysClosed() || (!isScanned && IsInUse(m_directory))) return;
   m_keepState = purpose == Purpose::Read;
-  if (IsThere(m_directory, "ms3.db")) {
-    std::cerr << "mstool: " << Visible(m_directory)
-              << ": the store was not closed properly; it may need a repair\n";
-  }
+  if (!IsThere(m_directory, "ms3.db")) return;
+  if (purpose == Purpose::Write) return CheckAfterCrash(m_directory);
+  std::cerr << "mstool: " << Visible(m_directory)
+            << ": the store was not closed properly; it may need a repair\n";
 }
 
 void OpenStore::Open(Purpose purpose) {
@@ -149,7 +152,7 @@ void OpenStore::Open(Purpose purpose) {
                               purpose == Purpose::Read, nullptr, "");
   } catch (const CMSDBException& error) {
     if (error.Code() != CMSDBException::kCannotOpen) throw;
-    throw CannotOpen(m_directory, purpose, error.what());
+    throw CannotOpen(m_directory, purpose, error);
   } catch (const XKitStatus& error) {
     if (error.Code() != kit::kStatusFileMissing) throw;
     throw Failure(kExitDamaged, error.what());
@@ -157,6 +160,7 @@ void OpenStore::Open(Purpose purpose) {
 }
 
 bool IsInUse(const std::string& directory, Purpose purpose) {
+  if (purpose == Purpose::Write && MSF::CFixer::IsAtWork(directory.c_str())) return true;
   const auto access =
       purpose == Purpose::Write ? platform::Access::ReadWrite : platform::Access::Read;
   std::unique_ptr<platform::File> file;

@@ -28,9 +28,10 @@ class StateMark {
 //
 // A directory that is not there, holds no store or only part of one, a store that another process
 // has open, that cannot be read, or that is damaged: each is a Failure that says so. A store that
-// was not closed properly is opened, with a note on standard error. Reading leaves the state as it
-// was found, from right after the opening on, so that it shows no trace of a reader that was
-// killed.
+// was not closed properly is opened with a note on standard error; for writing only when a scan
+// finds it good (see CheckAfterCrash), since what is built on damage cannot be told from it later.
+// Reading leaves the state as it was found, from right after the opening on, so that it shows no
+// trace of a reader that was killed.
 class OpenStore {
  public:
   OpenStore(const std::string& directory, Purpose purpose);
@@ -59,7 +60,7 @@ class OpenStore {
 std::unique_ptr<OpenStore> OpenOther(const std::string& directory, Purpose purpose);
 
 // Whether another process has the store open in a way that leaves no room for this purpose. Readers
-// do not disturb each other.
+// do not disturb each other. For writing, a scan or a repair at work counts as well.
 bool IsInUse(const std::string& directory, Purpose purpose = Purpose::Write);
 
 // Failure when there is no such directory, or it cannot be looked at.
