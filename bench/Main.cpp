@@ -13,6 +13,7 @@ void RegisterAll() {
   RegisterInserts();
   RegisterChanges();
   RegisterBackup();
+  RegisterRepair();
 }
 
 // In a process that never had a second thread the C library takes locks without atomic

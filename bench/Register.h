@@ -14,6 +14,7 @@ void RegisterChanges();
 void RegisterFolders();
 void RegisterOpening();
 void RegisterBackup();
+void RegisterRepair();
 
 struct NamedLevel {
   const char* name;
