@@ -29,7 +29,9 @@ class CEntries {
     m_isGood = true;
     const std::uint64_t length = m_file.Length();
     m_payloads.reserve(static_cast<std::size_t>(length / format.EntrySize()));
-    std::vector<unsigned char> block(kEntriesAtOnce * format.EntrySize());
+    std::vector<unsigned char> block(
+        std::min<std::size_t>(kEntriesAtOnce, length / format.EntrySize() + 1) *
+        format.EntrySize());
     for (std::uint64_t at = format.HeaderSize(); at < length; at += block.size()) {
       const std::size_t read = m_file.Read(at, block.data(), block.size());
       for (std::size_t entry = 0; entry < read; entry += format.EntrySize())
@@ -92,7 +94,7 @@ CDifference Compare(const std::string& stored, const std::string& built,
 
 }  // namespace
 
-// Record files byte for byte, the others by what they say.
+// Record files by whether anything was written to their copies, the others by what they say.
 void CFixer::CJob::CompareWithOperative() {
   for (int index = 0; index < kMasterFile; ++index) {
     const std::string path = Path(index, eOperative);
@@ -105,7 +107,7 @@ void CFixer::CJob::CompareWithOperative() {
     }
     if (index < kRecordFiles) {
       // What changes a record file has been found by name, unless it is in this list alone.
-      if (m_fixer.m_findings.empty() && !CKitFile::HoldSameBytes(path, Path(index, eTemporary)))
+      if (m_fixer.m_findings.empty() && m_files.at(static_cast<std::size_t>(index)).IsChanged())
         differs("", "changed");
       continue;
     }

@@ -30,18 +30,22 @@ CMSFileHeader CMSDBFile::ReadHeader() {
 }
 
 void CMSDBFile::WriteHeader(const CMSFileHeader& header) {
+  m_isChanged = true;
   m_file->Write(0, &header, sizeof header);
 }
 
 void CMSDBFile::Grow(std::uint32_t slots) {
   Trim();
+  m_isChanged = true;
   const std::vector<std::byte> zeros(SlotSize());
   for (std::uint32_t i = 0; i < slots; ++i) m_file->Append(zeros.data(), zeros.size());
 }
 
 void CMSDBFile::Trim() {
   const std::uint64_t end = OffsetOf(SlotCount());
-  if (Length() > end) m_file->Truncate(end);
+  if (Length() <= end) return;
+  m_isChanged = true;
+  m_file->Truncate(end);
 }
 
 void CMSDBFile::ReadRecord(std::uint32_t slot, void* record) {
@@ -50,10 +54,12 @@ void CMSDBFile::ReadRecord(std::uint32_t slot, void* record) {
 }
 
 void CMSDBFile::WriteRecord(std::uint32_t slot, const void* record) {
+  m_isChanged = true;
   m_file->Write(OffsetOf(slot) + sizeof(CMSContainerHead), record, m_recordSize);
 }
 
 void CMSDBFile::WriteHead(std::uint32_t slot, const CMSContainerHead& head) {
+  m_isChanged = true;
   m_file->Write(OffsetOf(slot), &head, sizeof head);
 }
 

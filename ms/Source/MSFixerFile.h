@@ -49,6 +49,8 @@ class CMSDBFile {
   void Close();
   void Discard() { m_file.reset(); }
   const std::string& Path() const { return m_path; }
+  // Whether anything was written since it was opened.
+  bool IsChanged() const { return m_isChanged; }
 
   std::uint32_t RecordSize() const { return m_recordSize; }
   std::uint32_t SlotSize() const {
@@ -82,13 +84,15 @@ class CMSDBFile {
   const std::uint32_t m_recordSize;
   std::string m_path;
   std::unique_ptr<CKitFile> m_file;
+  bool m_isChanged = false;
 };
 
 template <class Body>
 void CMSDBFile::ForEachSlot(Body body) {
   constexpr std::size_t kBlockBytes = 1 << 20;
   const std::uint32_t count = SlotCount();
-  const auto perBlock = static_cast<std::uint32_t>(kBlockBytes / SlotSize());
+  const auto perBlock =
+      std::min(static_cast<std::uint32_t>(kBlockBytes / SlotSize()), std::max(count, 1U));
   std::vector<std::byte> block(std::size_t{perBlock} * SlotSize());
   for (std::uint32_t first = 0; first < count; first += perBlock) {
     const std::uint32_t slots = std::min(perBlock, count - first);
@@ -98,7 +102,9 @@ void CMSDBFile::ForEachSlot(Body body) {
     bool changed = false;
     for (std::uint32_t i = 0; i < slots; ++i)
       if (body(first + i, block.data() + std::size_t{i} * SlotSize())) changed = true;
-    if (changed) m_file->Write(OffsetOf(first), block.data(), bytes);
+    if (!changed) continue;
+    m_isChanged = true;
+    m_file->Write(OffsetOf(first), block.data(), bytes);
   }
 }
 

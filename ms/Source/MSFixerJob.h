@@ -49,6 +49,14 @@ class CStopped : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+// The chain's links at a slot that is free.
+struct CFreeLinks {
+  std::uint32_t slot;
+  std::uint32_t previous;
+  std::uint32_t next;
+  bool operator<(const CFreeLinks& other) const { return slot < other.slot; }
+};
+
 class CFixer::CJob {
  public:
   CJob(CFixer& fixer, EJob job, const char* directory);
@@ -179,7 +187,8 @@ class CFixer::CJob {
   std::unique_ptr<CKitFile> m_guard;  // held by one job at a time
   bool m_isReplacing = false;
   std::array<std::unique_ptr<CKitFile>, kRecordFiles> m_locks;
-  std::array<CMSDBFile, kRecordFiles> m_files;  // by file index
+  std::array<CMSDBFile, kRecordFiles> m_files;                    // by file index
+  std::array<std::vector<CFreeLinks>, kRecordFiles> m_freeLinks;  // sorted, as they were found
   CMasterTable m_table;
   std::uint32_t m_lastID = 0;
   std::uint32_t m_lastRegNumber = 0;

@@ -136,6 +136,7 @@ void CFixer::CJob::RenewHeader(CMSDBFile& file) {
 // Answers the number of slots in use.
 std::uint32_t CFixer::CJob::AddToMasterTable(CMSDBFile& file, EObjectType type) {
   const CMSFileHeader header = file.ReadHeader();
+  auto& links = m_freeLinks.at(static_cast<std::size_t>(&file - m_files.data()));
   CMaintenanceLog::Counts found;
   found.total = file.SlotCount();
   file.ForEachSlot([&](std::uint32_t slot, const std::byte* bytes) {
@@ -143,6 +144,7 @@ std::uint32_t CFixer::CJob::AddToMasterTable(CMSDBFile& file, EObjectType type) 
     std::memcpy(&head, bytes, sizeof head);
     if (slot == header.FI || !head.head.InUse()) {
       ++found.free;
+      links.push_back({slot, head.head.previous, head.head.next});
       return false;
     }
     ++found.used;

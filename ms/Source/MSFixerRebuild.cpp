@@ -13,45 +13,31 @@
 namespace MSF {
 namespace {
 
-struct CLinks {
-  std::uint32_t previous = kNoContainer;
-  std::uint32_t next = kNoContainer;
-};
-
-// The chain of the free slots as the file has it; empty when it is none that goes through all of
-// them, once and both ways.
-std::vector<CLinks> StoredChain(CMSDBFile& file, std::uint32_t first,
-                                const std::vector<const CFixer::CDBEntry*>& rows) {
-  std::vector<CLinks> links(rows.size());
-  file.ForEachSlot([&](std::uint32_t slot, const std::byte* bytes) {
-    CMSContainerHead head;
-    std::memcpy(&head, bytes, sizeof head);
-    links[slot] = {head.previous, head.next};
-    return false;
-  });
+// Whether the chain of the free slots goes through all of them, once and both ways, as the file has
+// it. A slot that was in use is in no chain.
+bool IsGoodChain(const std::vector<CFreeLinks>& links, std::uint32_t first,
+                 const std::vector<const CFixer::CDBEntry*>& rows) {
   const auto freeSlots = static_cast<std::size_t>(std::count(rows.begin(), rows.end(), nullptr));
   std::uint32_t previous = kNoContainer;
   std::uint32_t at = first;
   std::size_t passed = 0;
   for (; at != kNoContainer && passed < freeSlots; ++passed) {
-    if (at >= rows.size() || rows[at] != nullptr || links[at].previous != previous) return {};
+    if (at >= rows.size() || rows[at] != nullptr) return false;
+    const auto found = std::lower_bound(links.begin(), links.end(), CFreeLinks{at, 0, 0});
+    if (found == links.end() || found->slot != at || found->previous != previous) return false;
     previous = at;
-    at = links[at].next;
+    at = found->next;
   }
-  return passed == freeSlots && at == kNoContainer ? links : std::vector<CLinks>();
+  return passed == freeSlots && at == kNoContainer;
 }
 
 // All free slots in their order.
-std::vector<CLinks> NewChain(const std::vector<const CFixer::CDBEntry*>& rows,
-                             std::uint32_t& first) {
-  std::vector<CLinks> links(rows.size());
-  first = kNoContainer;
-  std::uint32_t previous = kNoContainer;
+std::vector<CFreeLinks> NewChain(const std::vector<const CFixer::CDBEntry*>& rows) {
+  std::vector<CFreeLinks> links;
   for (std::uint32_t slot = 0; slot < rows.size(); ++slot) {
     if (rows[slot] != nullptr) continue;
-    links[slot].previous = previous;
-    (previous == kNoContainer ? first : links[previous].next) = slot;
-    previous = slot;
+    if (!links.empty()) links.back().next = slot;
+    links.push_back({slot, links.empty() ? kNoContainer : links.back().slot, kNoContainer});
   }
   return links;
 }
@@ -82,10 +68,12 @@ void CFixer::CJob::FixDBFile(CMSDBFile& file) {
   const auto rows = RowsBySlot(file.Type());
   const CMSFileHeader stored = file.ReadHeader();
   CMSFileHeader header = stored;
-  std::vector<CLinks> links = StoredChain(file, stored.FI, rows);
+  std::vector<CFreeLinks> links =
+      std::move(m_freeLinks.at(static_cast<std::size_t>(&file - m_files.data())));
   std::uint32_t first = stored.FI;
-  if (links.empty() && !rows.empty()) {
-    links = NewChain(rows, first);
+  if (!IsGoodChain(links, first, rows)) {
+    links = NewChain(rows);
+    first = links.empty() ? kNoContainer : links.front().slot;
     Report({eRebuilt, OwnPath(file), "free chain", "", "rebuilt"},
            "chain of free objects is rebuilt (" + file.Path() + ")", 140);
   }
@@ -97,6 +85,7 @@ void CFixer::CJob::FixDBFile(CMSDBFile& file) {
   header.FI = used == rows.size() ? kNoContainer : first;
   header.DC = 0;
   const bool zeroes = (header.R1 & CMSFileHeader::kZeroFreed) != 0;
+  auto link = links.begin();
   file.ForEachSlot([&](std::uint32_t slot, std::byte* bytes) {
     const std::size_t body = file.SlotSize() - sizeof(CMSContainerHead);
     CMSContainerHead head;
@@ -108,8 +97,9 @@ void CFixer::CJob::FixDBFile(CMSDBFile& file) {
       const bool isHeadNew = Put(bytes, &head, sizeof head);
       return Put(bytes + sizeof head, &parent, sizeof parent) || isHeadNew;
     }
-    head.previous = links[slot].previous;
-    head.next = links[slot].next;
+    while (link->slot != slot) ++link;
+    head.previous = link->previous;
+    head.next = link->next;
     if (zeroes) head.key = 0;
     const bool isHeadNew = Put(bytes, &head, sizeof head);
     if (!zeroes || IsZero(bytes + sizeof head, body)) return isHeadNew;

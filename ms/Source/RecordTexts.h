@@ -22,10 +22,10 @@ bool End(char (&... fields)[N]) {
 
 }  // namespace recordtexts
 
-// Of a letter all but LetterPath, which may hold the rest of a subject behind its end, and
-// KeyGroup, which is the encryption's.
+// Of a letter all but KeyGroup, which is the encryption's. What LetterPath may hold of a subject
+// stands behind its end.
 inline bool EndTexts(CMSDocumentData& r) {
-  return recordtexts::End(r.Name, r.RegNumber, r.ObsoleteSenderNetAddr, r.SenderIDWG,
+  return recordtexts::End(r.Name, r.RegNumber, r.LetterPath, r.ObsoleteSenderNetAddr, r.SenderIDWG,
                           r.SenderWSName, r.SenderWGName, r.SenderUserName, r.SenderIDU);
 }
 inline bool EndTexts(CMSAttachmentData& r) {
