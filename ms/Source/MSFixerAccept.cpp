@@ -175,11 +175,13 @@ void CFixer::CJob::DropOldSet() {
   CKitFolder::RemoveFolder(m_reportDirectory);
 }
 
+// A file whose copy nothing was written to need not be read to know it the same.
 bool CFixer::CJob::HasChanged() {
   for (int index = 0; index < kRecordFiles; ++index) {
     const std::string old = GetDBFilePath(index, m_reportDirectory.c_str(), eOperative);
-    if (!CKitFile::Exists(old) || !CKitFile::HoldSameBytes(old, Path(index, eOperative)))
-      return true;
+    if (!CKitFile::Exists(old)) return true;
+    if (!m_files.at(static_cast<std::size_t>(index)).IsChanged()) continue;
+    if (!CKitFile::HoldSameBytes(old, Path(index, eOperative))) return true;
   }
   return false;
 }
