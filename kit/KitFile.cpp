@@ -25,6 +25,7 @@ XKitFile::Cause CauseOf(platform::Cause cause) {
     case platform::Cause::Io:
       return XKitFile::Cause::Io;
     case platform::Cause::None:
+    case platform::Cause::Unsupported:
     case platform::Cause::Other:
       break;
   }

@@ -1,6 +1,4 @@
 // backup: the letters of a store, kept in a second one.
-#include <glib.h>
-
 #include <charconv>
 #include <limits>
 
@@ -8,6 +6,7 @@
 #include "CommandLine.h"
 #include "Failure.h"
 #include "Text.h"
+#include "platform/Time.h"
 
 namespace tool {
 namespace {
@@ -43,14 +42,14 @@ bool ReadNumber(std::string_view text, Value& value) {
 }
 
 std::uint32_t ReadSize(const std::string& text) {
-  static constexpr std::string_view kUnits = "KMG";
+  static constexpr std::string_view kUnits = "KMGkmg";
   std::string_view digits = text;
   std::uint64_t unit = 1;
   if (!digits.empty()) {
-    const auto power = kUnits.find(g_ascii_toupper(digits.back()));
+    const auto power = kUnits.find(digits.back());
     if (power != kUnits.npos) {
       digits.remove_suffix(1);
-      for (std::size_t i = 0; i <= power; ++i) unit *= 1000;
+      for (std::size_t i = 0; i <= power % 3; ++i) unit *= 1000;
     }
   }
   constexpr std::uint64_t kLargest = std::numeric_limits<std::uint32_t>::max();
@@ -63,10 +62,6 @@ std::uint32_t ReadSize(const std::string& text) {
   return static_cast<std::uint32_t>(value * unit);
 }
 
-struct Release {
-  void operator()(GDateTime* time) const { g_date_time_unref(time); }
-};
-
 // The local midnight with which the day begins.
 std::uint32_t ReadDay(const std::string& text) {
   int year = 0;
@@ -75,12 +70,11 @@ std::uint32_t ReadDay(const std::string& text) {
   const std::string_view view = text;
   const bool hasForm = text.size() == 10 && text[4] == '-' && text[7] == '-' &&
                        ReadNumber(view.substr(0, 4), year) &&
-                       ReadNumber(view.substr(5, 2), month) && ReadNumber(view.substr(8, 2), day) &&
-                       month > 0 && day > 0;
-  const std::unique_ptr<GDateTime, Release> time(
-      hasForm ? g_date_time_new_local(year, month, day, 0, 0, 0) : nullptr);
-  const gint64 seconds = time ? g_date_time_to_unix(time.get()) : 0;
-  if (seconds <= 0 || seconds > std::numeric_limits<std::uint32_t>::max()) {
+                       ReadNumber(view.substr(5, 2), month) && ReadNumber(view.substr(8, 2), day);
+  std::int64_t seconds = 0;
+  const bool isDay =
+      hasForm && platform::FromLocal({.year = year, .month = month, .day = day}, seconds);
+  if (!isDay || seconds <= 0 || seconds > std::numeric_limits<std::uint32_t>::max()) {
     throw Failure(kExitUsage, "--since " + text + " is no date; say one such as 2024-03-31");
   }
   return static_cast<std::uint32_t>(seconds);

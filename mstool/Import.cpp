@@ -1,4 +1,5 @@
 // import: letters from files and directories.
+#include <gmime/gmime.h>
 #include <ms/Roles.h>
 
 #include <iostream>
@@ -28,6 +29,15 @@ constexpr const char* kRules =
     "(of the sender's address a store keeps 16 bytes, which is not counted). What holds no letter\n"
     "is refused and listed; then the exit code is 2. Ctrl-C ends after the letter at hand, with\n"
     "exit code 130.";
+
+// The mail library, from the first use to the last.
+class MailLibrary {
+ public:
+  MailLibrary() { g_mime_init(); }
+  ~MailLibrary() { g_mime_shutdown(); }
+  MailLibrary(const MailLibrary&) = delete;
+  MailLibrary& operator=(const MailLibrary&) = delete;
+};
 
 struct Options {
   std::vector<std::string> sources;
@@ -81,6 +91,7 @@ void PrintSummary(const Importer& importer, const SourceList& list) {
 }
 
 int Import(const std::string& directory, const Options& options) {
+  const MailLibrary library;
   OpenStore store(directory, Purpose::Write);
   const SourceList list = FindSources(directory, options);
   if (options.verbose) {

@@ -9,7 +9,9 @@ namespace {
 
 volatile std::sig_atomic_t g_interrupted = 0;
 
-extern "C" void NoteInterrupt(int) {
+// Some systems forget the handler as they call it.
+extern "C" void NoteInterrupt(int signal) {
+  std::signal(signal, NoteInterrupt);
   g_interrupted = 1;
 }
 
@@ -20,6 +22,9 @@ void WatchInterrupts() {
   std::signal(SIGTERM, NoteInterrupt);
 #ifdef SIGHUP
   std::signal(SIGHUP, NoteInterrupt);
+#endif
+#ifdef SIGBREAK
+  std::signal(SIGBREAK, NoteInterrupt);
 #endif
 #ifdef SIGPIPE
   std::signal(SIGPIPE, SIG_IGN);

@@ -1,6 +1,5 @@
 #include "LetterFields.h"
 
-#include <glib.h>
 #include <ms/kit/MemoryEncryption.h>
 
 #include <algorithm>
@@ -10,6 +9,7 @@
 #include <string_view>
 
 #include "Interrupt.h"
+#include "Sha256.h"
 
 namespace tool {
 
@@ -20,26 +20,16 @@ namespace {
 constexpr std::size_t kBlock = 64 * 1024;
 constexpr std::size_t kGroupSize = 13;
 
-class Sha256 {
- public:
-  void Add(std::string_view bytes) {
-    g_checksum_update(m_sum.get(), reinterpret_cast<const guchar*>(bytes.data()),
-                      static_cast<gssize>(bytes.size()));
+template <std::size_t kSize>
+std::string Hex(const std::array<unsigned char, kSize>& bytes) {
+  static constexpr char kDigits[] = "0123456789abcdef";
+  std::string text;
+  for (const unsigned char byte : bytes) {
+    text += kDigits[byte >> 4];
+    text += kDigits[byte & 15];
   }
-  std::string Text() { return g_checksum_get_string(m_sum.get()); }
-  LetterDigest Bytes() {
-    LetterDigest digest{};
-    gsize size = digest.size();
-    g_checksum_get_digest(m_sum.get(), digest.data(), &size);
-    return digest;
-  }
-
- private:
-  struct Free {
-    void operator()(GChecksum* sum) const { g_checksum_free(sum); }
-  };
-  std::unique_ptr<GChecksum, Free> m_sum{g_checksum_new(G_CHECKSUM_SHA256)};
-};
+  return text;
+}
 
 // None when the file is not there or cannot be read to its end.
 std::optional<std::string> HashFile(const std::string& path) {
@@ -53,22 +43,11 @@ std::optional<std::string> HashFile(const std::string& path) {
     sum.Add({block.data(), static_cast<std::size_t>(in.gcount())});
   } while (in);
   if (in.bad() || !in.eof()) return std::nullopt;
-  return sum.Text();
+  return Hex(sum.Result());
 }
 
 std::string Quoted(const std::string& text) {
   return '"' + text + '"';
-}
-
-template <std::size_t kSize>
-std::string Hex(const std::array<unsigned char, kSize>& bytes) {
-  static constexpr char kDigits[] = "0123456789abcdef";
-  std::string text;
-  for (const unsigned char byte : bytes) {
-    text += kDigits[byte >> 4];
-    text += kDigits[byte & 15];
-  }
-  return text;
 }
 
 // Names of children's fields: "Attachment 2 Flag".
@@ -203,7 +182,7 @@ LetterDigest DigestOf(const CMSDocument& letter, const MissingFileReader& missin
         add(value);
       },
       missing);
-  return sum.Bytes();
+  return sum.Result();
 }
 
 std::vector<LetterField> FieldsOf(const CMSDocument& letter) {

@@ -1,13 +1,15 @@
-#include <gmime/gmime.h>
 #include <ms/Archiver.h>
 
 #include <iostream>
+#include <string>
+#include <vector>
 
 #include "CommandLine.h"
 #include "Failure.h"
 #include "Interrupt.h"
 #include "Output.h"
 #include "Text.h"
+#include "platform/Program.h"
 
 namespace tool {
 
@@ -56,7 +58,8 @@ int Run(CommandLine& line) {
   }
 }
 
-int Main(int count, char** words) {
+int Main(const std::vector<std::string>& words) {
+  platform::PrepareOutput();
   CommandLine line;
   line.app.name("mstool");
   line.app.set_version_flag("--version", "mstool " MS_VERSION);
@@ -70,15 +73,12 @@ int Main(int count, char** words) {
     add(line);
   }
   try {
-    line.app.parse(count, words);
+    line.app.parse(std::vector<std::string>(words.rbegin(), words.rend() - 1));
   } catch (const CLI::ParseError& error) {
     return line.app.exit(error) == 0 ? kExitDone : kExitUsage;
   }
   WatchInterrupts();
-  g_mime_init();
-  const int code = Run(line);
-  g_mime_shutdown();
-  return code;
+  return Run(line);
 }
 
 }  // namespace
@@ -86,7 +86,7 @@ int Main(int count, char** words) {
 
 int main(int count, char** words) {
   try {
-    return tool::Main(count, words);
+    return tool::Main(platform::ProgramWords(count, words));
   } catch (const std::exception& error) {
     std::cerr << "mstool: " << error.what() << '\n';
     return tool::kExitCannotAccess;

@@ -1,7 +1,5 @@
 #include "Output.h"
 
-#include <glib.h>
-
 #include <algorithm>
 #include <array>
 #include <iostream>
@@ -9,6 +7,7 @@
 #include "Failure.h"
 #include "Text.h"
 #include "kit/KitString.h"
+#include "platform/Program.h"
 #include "platform/Time.h"
 
 namespace tool {
@@ -115,8 +114,7 @@ void Print(const std::string& line) {
 }
 
 bool PrintsOnTerminal() {
-  constexpr int kStandardOutput = 1;
-  return g_log_writer_supports_color(kStandardOutput) != 0;
+  return platform::IsTerminal(platform::Stream::Output);
 }
 
 void FlushOutput() {

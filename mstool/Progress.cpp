@@ -1,17 +1,15 @@
 #include "Progress.h"
 
-#include <glib.h>
-
 #include <algorithm>
 #include <cmath>
 #include <iostream>
 
 #include "kit/KitString.h"
+#include "platform/Program.h"
 
 namespace tool {
 namespace {
 
-constexpr int kStandardError = 2;
 constexpr std::size_t kBarColumns = 30;
 
 std::string Bar(double part) {
@@ -27,7 +25,7 @@ std::string TimeLeft(double seconds) {
 }  // namespace
 
 Progress::Progress(std::uint64_t totalBytes)
-    : m_onTerminal(g_log_writer_supports_color(kStandardError) != 0), m_total(totalBytes) {}
+    : m_onTerminal(platform::IsTerminal(platform::Stream::Error)), m_total(totalBytes) {}
 
 double Progress::Seconds() const {
   return std::chrono::duration<double>(Clock::now() - m_start).count();

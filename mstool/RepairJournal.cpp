@@ -1,7 +1,5 @@
 #include "RepairJournal.h"
 
-#include <glib.h>
-
 #include "kit/KitFile.h"
 
 namespace tool {
@@ -18,7 +16,7 @@ bool IsStampAt(std::string_view text, std::size_t at) {
   if (text.size() - at < kStamp.size()) return false;
   for (std::size_t i = 0; i < kStamp.size(); ++i) {
     const char c = text[at + i];
-    if (kStamp[i] == '9' ? !g_ascii_isdigit(c) : c != kStamp[i]) return false;
+    if (kStamp[i] == '9' ? (c < '0' || c > '9') : c != kStamp[i]) return false;
   }
   return true;
 }
@@ -76,7 +74,7 @@ std::vector<JournalEntry> ReadJournal(const std::string& directory) {
   CKitFile file(
       CKitFile::Join(directory, kFile),
       {platform::Access::Read, platform::Disposition::OpenExisting, platform::Sharing::All});
-  std::string bytes(file.Length(), '\0');
+  std::string bytes(static_cast<std::size_t>(file.Length()), '\0');
   bytes.resize(file.Read(0, bytes.data(), bytes.size()));
   return ParseJournal(bytes);
 }

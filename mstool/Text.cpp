@@ -1,9 +1,8 @@
 #include "Text.h"
 
-#include <glib.h>
-
 #include <algorithm>
-#include <array>
+
+#include "CharacterWidth.h"
 
 namespace tool {
 namespace {
@@ -29,8 +28,12 @@ std::size_t CharacterLength(std::string_view text, std::size_t at) {
   return length;
 }
 
-gunichar CodePoint(std::string_view character) {
-  return g_utf8_get_char(character.data());
+// Of a well-formed character.
+char32_t CodePoint(std::string_view character) {
+  static constexpr unsigned char kFirstBits[] = {0, 0x7F, 0x1F, 0x0F, 0x07};
+  char32_t code = Byte(character, 0) & kFirstBits[character.size()];
+  for (std::size_t i = 1; i < character.size(); ++i) code = code << 6 | (Byte(character, i) & 0x3F);
+  return code;
 }
 
 // Calls use(character) for each; a byte that is none is handed over as U+FFFD.
@@ -43,13 +46,16 @@ void ForEachCharacter(std::string_view text, const Use& use) {
   }
 }
 
-std::string Encode(gunichar code) {
-  std::array<char, 6> buffer{};
-  const auto length = static_cast<std::size_t>(g_unichar_to_utf8(code, buffer.data()));
-  return {buffer.data(), length};
+// The visible picture of a control character, U+2400 and up.
+std::string ControlPicture(char32_t code) {
+  return {'\xE2', '\x90', static_cast<char>(0x80 | (code == 0x7F ? 0x21 : code))};
 }
 
-bool ReversesWriting(gunichar code) {
+char Lower(char c) {
+  return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
+bool ReversesWriting(char32_t code) {
   return (code >= 0x202A && code <= 0x202E) || (code >= 0x2066 && code <= 0x2069);
 }
 
@@ -126,12 +132,10 @@ std::string Visible(std::string_view text, bool keepLines) {
   std::string shown;
   shown.reserve(text.size());
   ForEachCharacter(text, [&](std::string_view character) {
-    const gunichar code = CodePoint(character);
+    const char32_t code = CodePoint(character);
     const bool kept = keepLines && (code == '\n' || code == '\t');
-    if (code < 0x20 && !kept) {
-      shown += Encode(0x2400 + code);  // control pictures
-    } else if (code == 0x7F) {
-      shown += Encode(0x2421);
+    if ((code < 0x20 && !kept) || code == 0x7F) {
+      shown += ControlPicture(code);
     } else if ((code >= 0x80 && code < 0xA0) || ReversesWriting(code)) {
       shown += kReplacement;
     } else {
@@ -144,8 +148,7 @@ std::string Visible(std::string_view text, bool keepLines) {
 std::size_t DisplayWidth(std::string_view text) {
   std::size_t width = 0;
   ForEachCharacter(text, [&](std::string_view character) {
-    const gunichar code = CodePoint(character);
-    if (g_unichar_iszerowidth(code) == 0) width += g_unichar_iswide(code) != 0 ? 2 : 1;
+    width += static_cast<std::size_t>(CharacterWidth(CodePoint(character)));
   });
   return width;
 }
@@ -164,7 +167,8 @@ std::string FitWidth(std::string_view text, std::size_t columns) {
 }
 
 bool EqualNoCase(std::string_view a, std::string_view b) {
-  return a.size() == b.size() && g_ascii_strncasecmp(a.data(), b.data(), a.size()) == 0;
+  return std::equal(a.begin(), a.end(), b.begin(), b.end(),
+                    [](char x, char y) { return Lower(x) == Lower(y); });
 }
 
 bool EndsWithNoCase(std::string_view text, std::string_view end) {

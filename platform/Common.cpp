@@ -34,6 +34,11 @@ Instant Now() {
   return clock != nullptr ? clock() : SystemNow();
 }
 
+LocalTime LocalNow() {
+  const Clock clock = g_clock.load(std::memory_order_acquire);
+  return clock != nullptr ? ToLocal(clock()) : SystemLocalNow();
+}
+
 Clock SetClock(Clock clock) {
   return g_clock.exchange(clock, std::memory_order_acq_rel);
 }

@@ -41,6 +41,7 @@ struct OpenOptions {
   Access access = Access::Read;
   Disposition disposition = Disposition::OpenExisting;
   Sharing sharing = Sharing::All;
+  bool writeThrough = false;  // every write has reached the medium when it returns
 };
 
 enum class FileKind : std::uint8_t { None, File, Directory, Link, Other };
@@ -102,6 +103,8 @@ class File {
   // One write at the end of the file, wherever that is by then; other appenders' bytes stay whole.
   virtual Status Append(const void* data, std::size_t size) = 0;
   virtual Status GetInfo(FileInfo& info) = 0;
+  // Cuts or extends. No view may be there when a file is cut: Windows refuses, POSIX would take the
+  // bytes away under it.
   virtual Status Truncate(std::uint64_t length) = 0;
   // Asks the system to begin writing what is dirty; returns without waiting.
   virtual Status StartWriteOut() = 0;
@@ -128,7 +131,9 @@ class FileSystem {
   // AlreadyExists when the target is there. Copies and removes when the two are on different
   // volumes.
   virtual Status Move(const std::string& from, const std::string& to) = 0;
-  // Puts from in the place of to in one step: nobody ever sees neither of them.
+  // Puts from in the place of to in one step: nobody ever sees neither of them. This, Move and
+  // Remove want files that nobody has open or mapped: Windows answers InUse, after having waited a
+  // moment for another program to let go.
   virtual Status Replace(const std::string& from, const std::string& to) = 0;
   virtual Status Remove(const std::string& path) = 0;
   virtual Status SetAttributes(const std::string& path, std::uint32_t attributes) = 0;
@@ -141,6 +146,7 @@ class FileSystem {
   // Returns when creations, renames and removals in the directory have reached the medium.
   virtual Status SyncDirectory(const std::string& path) = 0;
   // Returns when everything written to the volume that holds path has reached the medium.
+  // Unsupported where only an administrator may ask for that (Windows).
   virtual Status SyncVolume(const std::string& path) = 0;
   // Bytes that this process may still write on the volume that holds path.
   virtual Status FreeSpace(const std::string& path, std::uint64_t& bytes) = 0;

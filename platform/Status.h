@@ -18,6 +18,7 @@ enum class Cause : std::uint8_t {
   NoSpace,        // the medium or the quota is full
   NotEmpty,       // a directory still has entries
   Io,             // the medium failed
+  Unsupported,    // the system cannot do it there, or not for this user
   Other,
 };
 

@@ -2,10 +2,14 @@
 #pragma once
 
 #include "platform/File.h"
+#include "platform/Time.h"
 
 namespace platform {
 
 // The operating system's own file system; it has no state and lives as long as the process.
 FileSystem& SystemFiles();
+
+// Date and time of day by the system's clock.
+LocalTime SystemLocalNow();
 
 }  // namespace platform

@@ -18,6 +18,7 @@ struct Instant {
 
 Instant Now();
 LocalTime ToLocal(Instant instant);
+LocalTime LocalNow();
 // The instant of a local date and time. False when there is none that 64-bit seconds can hold, or a
 // field is out of its calendar range (the 31st of April, 24:00).
 bool FromLocal(const LocalTime& local, std::int64_t& seconds);

@@ -30,7 +30,7 @@ class Attachments : public testing::Test {
   CMSAttachment Add(const std::string& bytes, long flag = 0) {
     return letter.AddAttachment(Source(bytes), false, "shown", "given", flag);
   }
-  long Directories() const {
+  std::ptrdiff_t Directories() const {
     return std::count_if(fs::directory_iterator(dir / "store"), fs::directory_iterator(),
                          [](const fs::directory_entry& entry) { return entry.is_directory(); });
   }
@@ -132,7 +132,7 @@ TEST_F(Attachments, A_failure_anywhere_leaves_no_record_without_file_and_no_file
       FaultyFiles faulty;
       Open(nth % 2 == 0 ? CMSDurabilityLevel::Operation : CMSDurabilityLevel::Immediate);
       const std::string source = Source("content");
-      const long before = Directories();
+      const auto before = Directories();
       const unsigned callsBefore = faulty.Count(calls);
       faulty.Fail(fault);
       try {

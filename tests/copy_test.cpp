@@ -54,11 +54,11 @@ std::string ImageOf(const CMSDocument& document) {
 std::string TraceOf(CMSMessageStore& store) {
   const Walk walk(store);
   std::string trace = KitFormat(
-      "%u folders, %u letters, %u attachments, %u recipients, %lu bytes; %u records, %zu links, "
+      "%u folders, %u letters, %u attachments, %u recipients, %lu bytes; %u records, %u links, "
       "%ld in all, packet %d",
       walk.folders, walk.letters, walk.attachments, walk.recipients, walk.bytes,
-      store.GetDocumentCount(), StoreOf(store.Root()).Relations().Size(), store.GetFullSize(),
-      static_cast<bool>(store.FindRecipient("packet000001", false)));
+      store.GetDocumentCount(), static_cast<unsigned>(StoreOf(store.Root()).Relations().Size()),
+      store.GetFullSize(), static_cast<bool>(store.FindRecipient("packet000001", false)));
   std::list<CMSFolder> folders;
   store.Root().Folders(folders);
   for (const CMSFolder& folder : folders)

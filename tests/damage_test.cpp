@@ -38,7 +38,7 @@ CMSDocument AddLetter(CMSFolder folder, const std::string& file) {
 
 class Damage : public testing::Test {
  protected:
-  Damage() : m_dir(std::filesystem::exists("/dev/shm") ? "/dev/shm" : "") {
+  Damage() : m_dir(InMemory()) {
     WriteBytes(m_dir / "note.txt", "some bytes");
     CMSMessageStore store = OpenStore(Store());
     CMSFolder inbox = store.Root().CreateFolder("INBOX", "p", 2);

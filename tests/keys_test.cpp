@@ -128,7 +128,8 @@ class Keys : public testing::Test {
     for (const auto& entry : fs::recursive_directory_iterator(dir / "store")) {
       if (!entry.is_regular_file()) continue;
       ++files;
-      EXPECT_EQ(ReadBytes(entry.path()).find(key.substr(0, 8)), std::string::npos) << entry.path();
+      EXPECT_EQ(ReadBytes(entry.path().string()).find(key.substr(0, 8)), std::string::npos)
+          << entry.path();
     }
     EXPECT_GE(files, 11);
   }

@@ -107,14 +107,18 @@ unsigned long CMSDocument::FileSize() const {
     });
   }
   unsigned long size = 0;
-  for (const CKitString& file : files) size += attachmentfiles::Length(file);
+  for (const CKitString& file : files) {
+    size += static_cast<unsigned long>(attachmentfiles::Length(file));
+  }
   return size;
 }
 
 unsigned long CMSDocument::GetRawStorageSize() const {
-  return FileSize() + sizeof(Record) +
-         sizeof(CMSAttachmentData) * static_cast<unsigned long>(GetAttachmentCount()) +
-         sizeof(CMSRecipientData) * static_cast<unsigned long>(GetRecipientCount());
+  constexpr unsigned long kLetter = sizeof(Record);
+  constexpr unsigned long kAttachment = sizeof(CMSAttachmentData);
+  constexpr unsigned long kRecipient = sizeof(CMSRecipientData);
+  return FileSize() + kLetter + kAttachment * static_cast<unsigned long>(GetAttachmentCount()) +
+         kRecipient * static_cast<unsigned long>(GetRecipientCount());
 }
 
 void CMSDocument::AttachmentInfo(CMSDocAttachmentInfo& info) const {

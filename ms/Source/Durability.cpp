@@ -121,7 +121,11 @@ bool CMSDurability::PayAll() {
   SyncTargets(true);
   RunPutOff(putOff);
   const std::lock_guard guard(m_state);
-  if (m_volumeDirty) Note(m_directory, platform::Files().SyncVolume(m_directory));
+  if (m_volumeDirty) {
+    const platform::Status status = platform::Files().SyncVolume(m_directory);
+    // Where nobody can ask for that it is left to the system, which needs a few seconds.
+    if (status.Why() != platform::Cause::Unsupported) Note(m_directory, status);
+  }
   m_volumeDirty = false;
   return !HasFailed();
 }

@@ -40,10 +40,11 @@ void ReportAndThrow(const CMSEngineContext& context, const char* format, const s
 std::unique_ptr<platform::File> OpenStoreFile(const CMSEngineContext& context,
                                               const std::string& path) {
   using namespace platform;
-  const OpenOptions options =
+  OpenOptions options =
       context.readOnly
           ? OpenOptions{Access::Read, Disposition::OpenExisting, Sharing::ReadOnly}
           : OpenOptions{Access::ReadWrite, Disposition::OpenOrCreate, Sharing::ReadOnly};
+  options.writeThrough = context.durability.Level() == CMSDurabilityLevel::Immediate;
   std::unique_ptr<File> file;
   const Status status = Files().Open(path, options, file);
   if (status.Ok()) return file;

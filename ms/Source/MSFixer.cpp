@@ -168,7 +168,7 @@ void CFixer::CJob::RunSteps() {
 // inside, one without beside it.
 void CFixer::CJob::SetDirectories() {
   if (m_job == eScan) return;
-  const platform::LocalTime today = platform::ToLocal(platform::Now());
+  const platform::LocalTime today = platform::LocalNow();
   const std::string name =
       m_directory + KitFormat("~%02d%02d%04d", today.day, today.month, today.year);
   m_reportDirectory = name + ".REP";

@@ -27,7 +27,7 @@ char LetterOf(EObjectType type) {
 }
 
 std::string NowText() {
-  const platform::LocalTime now = platform::ToLocal(platform::Now());
+  const platform::LocalTime now = platform::LocalNow();
   return KitFormat("%.2u-%.2u-%.4u %.2u:%.2u", static_cast<unsigned>(now.day),
                    static_cast<unsigned>(now.month), static_cast<unsigned>(now.year),
                    static_cast<unsigned>(now.hour), static_cast<unsigned>(now.minute));

@@ -36,7 +36,7 @@ bool IsTaken(const std::string& path) {
 
 // The first free name of today.
 std::string QuarantinePath(const std::string& directory) {
-  const platform::LocalTime today = platform::ToLocal(platform::Now());
+  const platform::LocalTime today = platform::LocalNow();
   const std::string date = KitFormat("~%02d%02d%04d", today.day, today.month, today.year);
   std::string path = CKitFile::Join(directory, date + ".BAD");
   for (int counter = 1; IsTaken(path); ++counter)

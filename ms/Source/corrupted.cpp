@@ -24,7 +24,7 @@ constexpr char kSource[] = "ms\\Source\\corrupted";
 constexpr int kLine = 93;
 
 std::string Entry(const std::string& reason) {
-  const platform::LocalTime now = platform::ToLocal(platform::Now());
+  const platform::LocalTime now = platform::LocalNow();
   return KitFormat(
              "%02d/%02d/%04d %02d:%02d:%02d.%03d ======== Request for repair\r\n The reason is: ",
              now.day, now.month, now.year, now.hour, now.minute, now.second, now.millisecond) +

@@ -29,6 +29,7 @@ int OpenFlags(const OpenOptions& options) {
   flags |= writes || options.disposition == Disposition::CreateAlways ? O_RDWR : O_RDONLY;
   if (options.disposition != Disposition::OpenExisting) flags |= O_CREAT;
   if (options.disposition == Disposition::CreateNew) flags |= O_EXCL;
+  if (options.writeThrough) flags |= O_DSYNC;
   return flags;
 }
 

@@ -3,6 +3,7 @@
 #include <ctime>
 
 #include "platform/Calendar.h"
+#include "platform/System.h"
 
 namespace platform {
 namespace {
@@ -23,6 +24,10 @@ LocalTime ToLocal(Instant instant) {
   if (::localtime_r(&time, &local) == nullptr) return {};
   return {local.tm_year + 1900, local.tm_mon + 1, local.tm_mday,      local.tm_hour,
           local.tm_min,         local.tm_sec,     instant.millisecond};
+}
+
+LocalTime SystemLocalNow() {
+  return ToLocal(Now());
 }
 
 bool FromLocal(const LocalTime& local, std::int64_t& seconds) {

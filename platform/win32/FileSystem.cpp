@@ -1,28 +1,13 @@
+#include "platform/win32/FileSystem.h"
+
 #include "platform/Lasting.h"
 #include "platform/System.h"
 #include "platform/win32/OpenFile.h"
+#include "platform/win32/Wide.h"
 
 namespace platform {
 namespace win32 {
 namespace {
-
-class Win32FileSystem final : public FileSystem {
- public:
-  Status Open(const std::string& path, const OpenOptions& options,
-              std::unique_ptr<File>& file) override;
-  Status GetInfo(const std::string& path, FileInfo& info) override;
-  Status Copy(const std::string& from, const std::string& to, bool overwrite) override;
-  Status Move(const std::string& from, const std::string& to) override;
-  Status Replace(const std::string& from, const std::string& to) override;
-  Status Remove(const std::string& path) override;
-  Status SetAttributes(const std::string& path, std::uint32_t attributes) override;
-  Status MakeDirectory(const std::string& path) override;
-  Status RemoveDirectory(const std::string& path) override;
-  Status List(const std::string& path, std::vector<DirectoryEntry>& entries) override;
-  Status SyncDirectory(const std::string& path) override;
-  Status SyncVolume(const std::string& path) override;
-  Status FreeSpace(const std::string& path, std::uint64_t& bytes) override;
-};
 
 struct CloseSearch {
   using pointer = HANDLE;
@@ -49,13 +34,13 @@ DWORD SharingOf(Sharing sharing) {
 }
 
 // Opens for asking the system something about the path, be it file or directory.
-Handle OpenToAsk(const std::string& path) {
+Handle OpenToAsk(const std::wstring& path) {
   constexpr DWORD kAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
-  return Handle(::CreateFileA(path.c_str(), FILE_READ_ATTRIBUTES, kAll, nullptr, OPEN_EXISTING,
+  return Handle(::CreateFileW(path.c_str(), FILE_READ_ATTRIBUTES, kAll, nullptr, OPEN_EXISTING,
                               FILE_FLAG_BACKUP_SEMANTICS, nullptr));
 }
 
-FileKind KindOf(const WIN32_FIND_DATAA& entry) {
+FileKind KindOf(const WIN32_FIND_DATAW& entry) {
   if ((entry.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) return FileKind::Link;
   const bool directory = (entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
   return directory ? FileKind::Directory : FileKind::File;
@@ -65,13 +50,35 @@ bool IsDots(const std::string& name) {
   return name == "." || name == "..";
 }
 
+// Of a path that leads nowhere: whether the last step is a link.
+bool IsLink(const std::wstring& path) {
+  const DWORD attributes = ::GetFileAttributesW(path.c_str());
+  return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
+}
+
+// Only an administrator may flush a volume, and not every kind of volume can be.
+Status OfVolume(DWORD error) {
+  switch (error) {
+    case ERROR_ACCESS_DENIED:
+    case ERROR_INVALID_FUNCTION:
+    case ERROR_NOT_SUPPORTED:
+      return {Cause::Unsupported, static_cast<int>(error)};
+    default:
+      return StatusOf(error);
+  }
+}
+
+}  // namespace
+
 Status Win32FileSystem::Open(const std::string& path, const OpenOptions& options,
                              std::unique_ptr<File>& file) {
   const bool empties = options.disposition == Disposition::CreateAlways;
   const bool writes = options.access == Access::ReadWrite || empties;
   const DWORD access = writes ? GENERIC_READ | GENERIC_WRITE : GENERIC_READ;
-  Handle handle(::CreateFileA(path.c_str(), access, SharingOf(options.sharing), nullptr,
-                              CreationOf(options.disposition), FILE_ATTRIBUTE_NORMAL, nullptr));
+  const DWORD through = options.writeThrough ? FILE_FLAG_WRITE_THROUGH : 0;
+  Handle handle(::CreateFileW(WidePath(path).c_str(), access, SharingOf(options.sharing), nullptr,
+                              CreationOf(options.disposition), FILE_ATTRIBUTE_NORMAL | through,
+                              nullptr));
   if (!handle.Valid()) return LastStatus();
   auto opened = std::make_unique<OpenFile>(std::move(handle));
   if (empties) {
@@ -83,97 +90,72 @@ Status Win32FileSystem::Open(const std::string& path, const OpenOptions& options
 
 Status Win32FileSystem::GetInfo(const std::string& path, FileInfo& info) {
   info = {};
-  const Handle handle = OpenToAsk(path);
-  if (!handle.Valid()) {
-    const Status status = LastStatus();
-    return status.Why() == Cause::NotFound ? Status() : status;
-  }
-  BY_HANDLE_FILE_INFORMATION state{};
-  if (!::GetFileInformationByHandle(handle.Get(), &state)) return LastStatus();
-  info = InfoOf(state);
+  const std::wstring wide = WidePath(path);
+  const Handle handle = OpenToAsk(wide);
+  if (handle.Valid()) return InfoOf(handle, info);
+  const Status status = LastStatus();
+  if (status.Why() != Cause::NotFound) return status;
+  if (IsLink(wide)) info.kind = FileKind::Link;
   return {};
-}
-
-// The system copies the attributes as well, which a write-protected source would leave in the way
-// of its copy.
-Status Win32FileSystem::Copy(const std::string& from, const std::string& to, bool overwrite) {
-  if (!::CopyFileA(from.c_str(), to.c_str(), !overwrite)) return LastStatus();
-  return SetAttributes(to, attribute::Archive);
-}
-
-// A directory cannot be moved by copying, hence the two calls.
-Status Win32FileSystem::Move(const std::string& from, const std::string& to) {
-  if (::MoveFileA(from.c_str(), to.c_str())) return {};
-  if (::GetLastError() != ERROR_NOT_SAME_DEVICE) return LastStatus();
-  return StatusOfCall(
-      ::MoveFileExA(from.c_str(), to.c_str(), MOVEFILE_COPY_ALLOWED | MOVEFILE_WRITE_THROUGH));
-}
-
-Status Win32FileSystem::Replace(const std::string& from, const std::string& to) {
-  return StatusOfCall(
-      ::MoveFileExA(from.c_str(), to.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH));
-}
-
-Status Win32FileSystem::Remove(const std::string& path) {
-  return StatusOfCall(::DeleteFileA(path.c_str()));
 }
 
 Status Win32FileSystem::SetAttributes(const std::string& path, std::uint32_t attributes) {
   constexpr std::uint32_t kSettable = attribute::ReadOnly | attribute::Archive;
   const DWORD bits = attributes & kSettable;
-  return StatusOfCall(::SetFileAttributesA(path.c_str(), bits != 0 ? bits : FILE_ATTRIBUTE_NORMAL));
+  return StatusOfCall(
+      ::SetFileAttributesW(WidePath(path).c_str(), bits != 0 ? bits : FILE_ATTRIBUTE_NORMAL));
 }
 
 Status Win32FileSystem::MakeDirectory(const std::string& path) {
-  return StatusOfCall(::CreateDirectoryA(path.c_str(), nullptr));
+  return StatusOfCall(::CreateDirectoryW(WidePath(path).c_str(), nullptr));
 }
 
 Status Win32FileSystem::RemoveDirectory(const std::string& path) {
-  return StatusOfCall(::RemoveDirectoryA(path.c_str()));
+  const std::wstring directory = WidePath(path);
+  return StatusOfCall(::RemoveDirectoryW(directory.c_str()));
 }
 
 Status Win32FileSystem::List(const std::string& path, std::vector<DirectoryEntry>& entries) {
   entries.clear();
-  WIN32_FIND_DATAA entry{};
-  const HANDLE search = ::FindFirstFileA((path + "\\*").c_str(), &entry);
+  WIN32_FIND_DATAW entry{};
+  const HANDLE search = ::FindFirstFileW(WidePath(path + "\\*").c_str(), &entry);
   if (search == INVALID_HANDLE_VALUE) return LastStatus();
   const std::unique_ptr<HANDLE, CloseSearch> owner(search);
   do {
-    if (!IsDots(entry.cFileName)) entries.push_back({entry.cFileName, KindOf(entry)});
-  } while (::FindNextFileA(search, &entry));
+    std::string name = Narrow(entry.cFileName);
+    if (!IsDots(name)) entries.push_back({std::move(name), KindOf(entry)});
+  } while (::FindNextFileW(search, &entry));
   return ::GetLastError() == ERROR_NO_MORE_FILES ? Status() : LastStatus();
 }
 
 // The system's journal orders creations and renames itself; there is nothing to wait for but the
 // path's existence.
 Status Win32FileSystem::SyncDirectory(const std::string& path) {
-  return StatusOfCall(::GetFileAttributesA(path.c_str()) != INVALID_FILE_ATTRIBUTES);
+  return StatusOfCall(::GetFileAttributesW(WidePath(path).c_str()) != INVALID_FILE_ATTRIBUTES);
 }
 
-// Flushing a whole volume is for administrators: whoever is none gets the answer that the system
-// gives.
 Status Win32FileSystem::SyncVolume(const std::string& path) {
-  char root[MAX_PATH];
-  if (!::GetVolumePathNameA(path.c_str(), root, sizeof root)) return LastStatus();
-  char name[MAX_PATH];
-  if (!::GetVolumeNameForVolumeMountPointA(root, name, sizeof name)) return LastStatus();
-  std::string volume(name);
+  wchar_t root[MAX_PATH];
+  if (!::GetVolumePathNameW(WidePath(path).c_str(), root, std::size(root))) return LastStatus();
+  wchar_t name[MAX_PATH];
+  if (!::GetVolumeNameForVolumeMountPointW(root, name, std::size(name))) return LastStatus();
+  std::wstring volume(name);
   volume.pop_back();  // without its separator it is the volume, with it the root directory
-  const Handle handle(::CreateFileA(volume.c_str(), GENERIC_WRITE,
+  const Handle handle(::CreateFileW(volume.c_str(), GENERIC_WRITE,
                                     FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING, 0,
                                     nullptr));
-  if (!handle.Valid()) return LastStatus();
-  return StatusOfCall(::FlushFileBuffers(handle.Get()));
+  if (!handle.Valid()) return OfVolume(::GetLastError());
+  return ::FlushFileBuffers(handle.Get()) ? Status() : OfVolume(::GetLastError());
 }
 
 Status Win32FileSystem::FreeSpace(const std::string& path, std::uint64_t& bytes) {
   ULARGE_INTEGER available{};
-  if (!::GetDiskFreeSpaceExA(path.c_str(), &available, nullptr, nullptr)) return LastStatus();
+  if (!::GetDiskFreeSpaceExW(WidePath(path).c_str(), &available, nullptr, nullptr))
+    return LastStatus();
   bytes = available.QuadPart;
   return {};
 }
 
-}  // namespace
 }  // namespace win32
 
 FileSystem& SystemFiles() {
@@ -183,11 +165,13 @@ FileSystem& SystemFiles() {
 
 std::string FullPath(const std::string& path) {
   if (path.empty()) return path;
-  const DWORD needed = ::GetFullPathNameA(path.c_str(), 0, nullptr, nullptr);
-  if (needed == 0) return path;
-  std::string full(needed, '\0');
-  full.resize(::GetFullPathNameA(path.c_str(), needed, full.data(), nullptr));
-  return full;
+  const std::wstring wide = win32::WidePath(path);
+  const DWORD needed = ::GetFullPathNameW(wide.c_str(), 0, nullptr, nullptr);
+  std::wstring full(needed, L'\0');
+  const DWORD length = ::GetFullPathNameW(wide.c_str(), needed, full.data(), nullptr);
+  if (length == 0 || length >= needed) return path;
+  full.resize(length);
+  return win32::Narrow(full);
 }
 
 char Separator() {

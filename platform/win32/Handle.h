@@ -8,6 +8,10 @@
 #define WIN32_LEAN_AND_MEAN
 #endif
 #include <windows.h>
+// The system's header renames what bears the name of one of its calls.
+#undef RemoveDirectory
+#undef WriteProfileSection
+#undef WriteProfileString
 
 #include <utility>
 

@@ -22,8 +22,7 @@ DWORD High(std::uint64_t value) {
   return static_cast<DWORD>(value >> 32);
 }
 
-std::int64_t SinceEpochNs(const FILETIME& time) {
-  const auto ticks = static_cast<std::int64_t>(Joined(time.dwHighDateTime, time.dwLowDateTime));
+std::int64_t SinceEpochNs(LONGLONG ticks) {
   return (ticks - kEpoch * kTicks) * (kNanoseconds / kTicks);
 }
 
@@ -45,18 +44,24 @@ DWORD Step(std::size_t left) {
 
 }  // namespace
 
-FileInfo InfoOf(const BY_HANDLE_FILE_INFORMATION& from) {
-  FileInfo info;
+Status InfoOf(const Handle& file, FileInfo& info) {
+  BY_HANDLE_FILE_INFORMATION from{};
+  FILE_BASIC_INFO times{};
+  if (!::GetFileInformationByHandle(file.Get(), &from)) return LastStatus();
+  if (!::GetFileInformationByHandleEx(file.Get(), FileBasicInfo, &times, sizeof times)) {
+    return LastStatus();
+  }
+  info = {};
   info.kind = KindOf(from.dwFileAttributes);
   info.length = Joined(from.nFileSizeHigh, from.nFileSizeLow);
-  const std::int64_t modifiedNs = SinceEpochNs(from.ftLastWriteTime);
+  const std::int64_t modifiedNs = SinceEpochNs(times.LastWriteTime.QuadPart);
   info.modified = modifiedNs / kNanoseconds;
   info.attributes =
       from.dwFileAttributes & (attribute::ReadOnly | attribute::Directory | attribute::Archive);
   info.othersMayAccess = false;  // access lists are the administrator's business
   info.stamp = {from.dwVolumeSerialNumber, Joined(from.nFileIndexHigh, from.nFileIndexLow),
-                info.length, modifiedNs, SinceEpochNs(from.ftCreationTime)};
-  return info;
+                info.length, modifiedNs, SinceEpochNs(times.ChangeTime.QuadPart)};
+  return {};
 }
 
 Status OpenFile::Read(std::uint64_t offset, void* data, std::size_t size, std::size_t& done) {
@@ -102,10 +107,7 @@ Status OpenFile::Append(const void* data, std::size_t size) {
 }
 
 Status OpenFile::GetInfo(FileInfo& info) {
-  BY_HANDLE_FILE_INFORMATION state{};
-  if (!::GetFileInformationByHandle(m_handle.Get(), &state)) return LastStatus();
-  info = InfoOf(state);
-  return {};
+  return InfoOf(m_handle, info);
 }
 
 Status OpenFile::Truncate(std::uint64_t length) {
@@ -116,12 +118,13 @@ Status OpenFile::Truncate(std::uint64_t length) {
   return StatusOfCall(::SetEndOfFile(m_handle.Get()));
 }
 
-// There is no call that starts without waiting; Sync does all of the work.
+// What was written is on its way; what was changed through a view is sent on it.
 Status OpenFile::StartWriteOut() {
-  return {};
+  return m_views->WriteOut();
 }
 
 Status OpenFile::Sync() {
+  if (const Status status = m_views->WriteOut(); !status.Ok()) return status;
   return StatusOfCall(::FlushFileBuffers(m_handle.Get()));
 }
 
@@ -131,25 +134,23 @@ Status OpenFile::Map(std::uint64_t length, Access access, std::unique_ptr<View>&
   if (length > info.length) return StatusOf(ERROR_INVALID_PARAMETER);
   if (length > SIZE_MAX) return StatusOf(ERROR_NOT_ENOUGH_MEMORY);
   if (length == 0) {
-    view = std::make_unique<MappedView>(Handle(), nullptr, 0);
+    view = std::make_unique<MappedView>(Handle(), Mapping(), 0, m_views);
     return {};
   }
   const bool writes = access == Access::ReadWrite;
-  const Handle mapping(::CreateFileMappingA(m_handle.Get(), nullptr,
+  const Handle mapping(::CreateFileMappingW(m_handle.Get(), nullptr,
                                             writes ? PAGE_READWRITE : PAGE_READONLY, High(length),
                                             Low(length), nullptr));
   if (!mapping.Valid()) return LastStatus();
-  void* base = ::MapViewOfFile(mapping.Get(), writes ? FILE_MAP_WRITE : FILE_MAP_READ, 0, 0,
-                               static_cast<SIZE_T>(length));
+  Mapping base(::MapViewOfFile(mapping.Get(), writes ? FILE_MAP_WRITE : FILE_MAP_READ, 0, 0,
+                               static_cast<SIZE_T>(length)));
   if (base == nullptr) return LastStatus();
   HANDLE twin = nullptr;
   const HANDLE self = ::GetCurrentProcess();
   if (!::DuplicateHandle(self, m_handle.Get(), self, &twin, 0, FALSE, DUPLICATE_SAME_ACCESS)) {
-    const Status status = LastStatus();
-    ::UnmapViewOfFile(base);
-    return status;
+    return LastStatus();
   }
-  view = std::make_unique<MappedView>(Handle(twin), base, length);
+  view = std::make_unique<MappedView>(Handle(twin), std::move(base), length, m_views);
   return {};
 }
 
@@ -159,8 +160,38 @@ Status OpenFile::LockForUpdate() {
   return StatusOfCall(::LockFileEx(m_handle.Get(), LOCKFILE_EXCLUSIVE_LOCK, 0, 1, 0, &position));
 }
 
+void ViewList::Add(MappedView& view) {
+  const std::lock_guard guard(m_mutex);
+  m_views.push_back(&view);
+}
+
+void ViewList::Remove(MappedView& view) {
+  const std::lock_guard guard(m_mutex);
+  std::erase(m_views, &view);
+}
+
+Status ViewList::WriteOut() {
+  const std::lock_guard guard(m_mutex);
+  for (MappedView* view : m_views) {
+    if (const Status status = view->WriteOut(); !status.Ok()) return status;
+  }
+  return {};
+}
+
+MappedView::MappedView(Handle file, Mapping base, std::uint64_t length,
+                       std::shared_ptr<ViewList> all)
+    : m_file(std::move(file)), m_mapping(std::move(base)), m_all(std::move(all)) {
+  m_base = static_cast<std::byte*>(m_mapping.get());
+  m_length = length;
+  m_all->Add(*this);
+}
+
 MappedView::~MappedView() {
-  if (m_base != nullptr) ::UnmapViewOfFile(m_base);
+  m_all->Remove(*this);
+}
+
+Status MappedView::WriteOut() {
+  return m_base == nullptr ? Status() : StatusOfCall(::FlushViewOfFile(m_base, 0));
 }
 
 Status MappedView::Flush(std::uint64_t offset, std::uint64_t length) {

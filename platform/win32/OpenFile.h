@@ -1,14 +1,36 @@
 // An open file and a mapped view of it.
 #pragma once
 
+#include <memory>
 #include <mutex>
+#include <vector>
 
 #include "platform/File.h"
 #include "platform/win32/Handle.h"
 
 namespace platform::win32 {
 
-FileInfo InfoOf(const BY_HANDLE_FILE_INFORMATION& from);
+class MappedView;
+
+struct Unmap {
+  void operator()(void* base) const { ::UnmapViewOfFile(base); }
+};
+using Mapping = std::unique_ptr<void, Unmap>;
+
+Status InfoOf(const Handle& file, FileInfo& info);
+
+// The views of one open file. The system writes out what was changed through a view only when it is
+// asked to for that view; flushing the file does not do it.
+class ViewList {
+ public:
+  void Add(MappedView& view);
+  void Remove(MappedView& view);
+  Status WriteOut();
+
+ private:
+  std::mutex m_mutex;
+  std::vector<MappedView*> m_views;
+};
 
 class OpenFile final : public File {
  public:
@@ -27,21 +49,26 @@ class OpenFile final : public File {
 
  private:
   Handle m_handle;
+  const std::shared_ptr<ViewList> m_views = std::make_shared<ViewList>();
   std::mutex m_position;  // Truncate moves the one file pointer
 };
 
 // Views keep the mapping alive, so its handle is closed as soon as the view is there.
 class MappedView final : public View {
  public:
-  MappedView(Handle file, void* base, std::uint64_t length) : m_file(std::move(file)) {
-    m_base = static_cast<std::byte*>(base);
-    m_length = length;
-  }
+  // base maps length bytes; it is null for none.
+  MappedView(Handle file, Mapping base, std::uint64_t length, std::shared_ptr<ViewList> all);
   ~MappedView() override;
+  MappedView(const MappedView&) = delete;
+  MappedView& operator=(const MappedView&) = delete;
   Status Flush(std::uint64_t offset, std::uint64_t length) override;
+  // Hands the changed bytes to the file.
+  Status WriteOut();
 
  private:
   Handle m_file;  // flushing a view hands the bytes to the file only; it is synced through this
+  const Mapping m_mapping;
+  const std::shared_ptr<ViewList> m_all;
 };
 
 }  // namespace platform::win32

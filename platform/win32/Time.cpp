@@ -1,6 +1,7 @@
 #include "platform/Time.h"
 
 #include "platform/Calendar.h"
+#include "platform/System.h"
 #include "platform/win32/Handle.h"
 
 namespace platform {
@@ -42,6 +43,12 @@ bool ZoneOffset(std::int64_t seconds, std::int64_t& offset) {
 LocalTime ToLocal(Instant instant) {
   LocalTime local;
   return LocalAt(instant, local) ? local : LocalTime{};
+}
+
+LocalTime SystemLocalNow() {
+  SYSTEMTIME now{};
+  ::GetLocalTime(&now);
+  return Fields(now, now.wMilliseconds);
 }
 
 bool FromLocal(const LocalTime& local, std::int64_t& seconds) {

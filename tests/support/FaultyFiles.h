@@ -133,6 +133,33 @@ class FaultyFiles final : public platform::FileSystem {
     });
   }
 
+  // The number that the system gives for a cause.
+  static int CodeOf(platform::Cause cause) {
+#ifdef _WIN32
+    constexpr int kNotFound = 2, kExists = 183, kDenied = 5, kInUse = 32, kNoSpace = 112,
+                  kNotEmpty = 145, kIo = 1117;
+#else
+    constexpr int kNotFound = ENOENT, kExists = EEXIST, kDenied = EACCES, kInUse = EAGAIN,
+                  kNoSpace = ENOSPC, kNotEmpty = ENOTEMPTY, kIo = EIO;
+#endif
+    switch (cause) {
+      case platform::Cause::NotFound:
+        return kNotFound;
+      case platform::Cause::AlreadyExists:
+        return kExists;
+      case platform::Cause::AccessDenied:
+        return kDenied;
+      case platform::Cause::InUse:
+        return kInUse;
+      case platform::Cause::NoSpace:
+        return kNoSpace;
+      case platform::Cause::NotEmpty:
+        return kNotEmpty;
+      default:
+        return kIo;
+    }
+  }
+
  private:
   class MappedView final : public platform::View {
    public:
@@ -242,25 +269,6 @@ class FaultyFiles final : public platform::FileSystem {
     info.stamp.modifiedNs -= info.stamp.modifiedNs % m_tickNs;
     info.stamp.changedNs -= info.stamp.changedNs % m_tickNs;
     return status;
-  }
-
-  static int CodeOf(platform::Cause cause) {
-    switch (cause) {
-      case platform::Cause::NotFound:
-        return ENOENT;
-      case platform::Cause::AlreadyExists:
-        return EEXIST;
-      case platform::Cause::AccessDenied:
-        return EACCES;
-      case platform::Cause::InUse:
-        return EAGAIN;
-      case platform::Cause::NoSpace:
-        return ENOSPC;
-      case platform::Cause::NotEmpty:
-        return ENOTEMPTY;
-      default:
-        return EIO;
-    }
   }
 
   platform::FileSystem& m_real;
