@@ -79,7 +79,7 @@ TEST(Paths, Normal_form_parts_and_joining) {
     EXPECT_EQ(CKitFile::BaseName(path), base);
     EXPECT_EQ(CKitFile::Extension(path), extension);
   }
-  EXPECT_EQ(CKitFile::Join("a", "b") + CKitFile::Join("/", "b") + CKitFile::Join("", "b"),
+  EXPECT_EQ(CKitFile::Join("a", "b") + CKitFile::Join(Native("/"), "b") + CKitFile::Join("", "b"),
             Native("a/b/bb"));
 }
 

@@ -255,7 +255,7 @@ TEST_F(Letters, Registration_numbers) {
     return NewLetter(kIncoming, text).DistillRegNumber();
   };
   EXPECT_EQ(distilled("AB-0123/45x"), 45);
-  EXPECT_EQ(distilled("12345678901234567"), 45678901234567);
+  EXPECT_EQ(distilled("12345678901234567"), static_cast<long>(45678901234567));
   EXPECT_EQ(distilled("none"), 0);
   EXPECT_EQ(NewLetter(kIncoming, "R-").UniversalRegNumber().str(), "R-");
   EXPECT_EQ(NewLetter(0, "R-").UniversalRegNumber().str(), "R-77");

@@ -10,6 +10,7 @@
 #include "ms/Source/Records.h"
 #include "support/Engine.h"
 #include "support/FaultyFiles.h"
+#include "support/Skip.h"
 
 namespace {
 
@@ -146,6 +147,7 @@ TEST_F(RecordFile, A_duplicate_key_is_reported_and_leaves_only_DC_raised) {
 }
 
 TEST_F(RecordFile, Broken_containers_are_reported_by_name_and_nothing_runs_outside_the_file) {
+  NEEDS_POSIX("nobody else can write to an open database");
   const CMSFolderData data = Named("n");
   {
     auto file = Open();
@@ -212,6 +214,7 @@ TEST_F(RecordFile, Broken_containers_are_reported_by_name_and_nothing_runs_outsi
 }
 
 TEST_F(RecordFile, A_chain_lost_while_the_file_is_open_is_reported_and_refused) {
+  NEEDS_POSIX("nobody else can write to an open database");
   auto file = Open();
   const CMSFolderData data{};
   file->Insert(1, &data);

@@ -35,15 +35,17 @@ TEST_F(Repair, A_healthy_store_keeps_every_byte_and_gets_no_report) {
   const std::string time =
       KitFormat("%02d-%02d-%04d %02d:%02d", t.day, t.month, t.year, t.hour, t.minute);
   const std::string stars(63, '*');
-  const std::string report = path + KitFormat("~%02d%02d%04d.REP/", t.day, t.month, t.year);
+  const std::string report =
+      path + KitFormat("~%02d%02d%04d.REP", t.day, t.month, t.year) + platform::Separator();
   const std::string text = log.str();
+  const std::string docs = CKitFile::Join(path, "docs3.db");
   EXPECT_EQ(text.find("\n" + stars + "\n\n" + time +
                       "     MESSAGE STORE MAINTAINANCE LOG STARTS HERE\n\n" + stars +
                       "\n\nMESSAGE STORE DIRECTORY = \"" + path +
                       "\"\nBACKUP DIRECTORY        = \"" + report +
                       "\"\nOBJECTIVE               = .: repair :.\n\n"
                       "\n>>> creating temporary DB files\n\n\tcopying \"" +
-                      path + "/docs3.db\" to \"" + path + "/docs3.db.tmp\"\n"),
+                      docs + "\" to \"" + docs + ".tmp\"\n"),
             0U);
   std::size_t at = 0;
   for (const char* step :

@@ -206,6 +206,7 @@ void CopyIn(const std::string& source, const std::string& target, CMSDurability&
   auto file = OpenToSync(made);
   if (replaces) {
     KitCheck(file->Sync(), "sync", made);
+    durability.FileGoes(target);
     KitCheck(platform::Files().Replace(made, target), "replace", target);
   }
   unfinished.Keep();
@@ -229,7 +230,9 @@ void Remove(const std::string& storeDirectory, const std::string& stored,
   }
   const auto parts = Components(name);
   if (parts.empty() || IsStoreFile(parts)) return;
-  bool changed = CKitFile::RemoveEx(Below(storeDirectory, parts, parts.size()));
+  const std::string path = Below(storeDirectory, parts, parts.size());
+  durability.FileGoes(CKitFile::NormalizeFileName(path));
+  bool changed = CKitFile::RemoveEx(path);
   std::size_t depth = parts.size() - 1;
   // Up to the first that stays, whatever keeps it.
   while (depth > 0 && platform::Files().RemoveDirectory(Below(storeDirectory, parts, depth)).Ok()) {

@@ -57,13 +57,23 @@ class CMark {
   // Without files beside it there is nothing to remember. One that cannot be removed does no harm
   // before letters come.
   ~CMark() {
-    if (!AnyFile(m_directory, IsThere)) static_cast<void>(platform::Files().Remove(m_path));
+    if (AnyFile(m_directory, IsThere)) return;
+    LetGo();
+    static_cast<void>(platform::Files().Remove(m_path));
   }
-  void Remove() { CKitFile::RemoveEx(m_path); }
+  void Remove() {
+    LetGo();
+    CKitFile::RemoveEx(m_path);
+  }
   CMark(const CMark&) = delete;
   CMark& operator=(const CMark&) = delete;
 
  private:
+  // Whoever locks the mark from then on cannot take away the files of the store, which is open.
+  void LetGo() {
+    if (!platform::OpenFilesCanBeRemoved()) m_file.reset();
+  }
+
   const std::string m_directory;
   const std::string m_path;
   std::optional<CKitFile> m_file;

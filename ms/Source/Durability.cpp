@@ -213,6 +213,11 @@ void CMSDurability::FileWritten(std::unique_ptr<platform::File> file, const std:
   }
 }
 
+void CMSDurability::FileGoes(const std::string& path) {
+  const std::lock_guard guard(m_state);
+  std::erase_if(m_files, [&](const PendingFile& pending) { return pending.path == path; });
+}
+
 void CMSDurability::DirectoryChanged(const std::string& path) {
   const std::string directory = path.empty() ? "." : path;
   if (m_level == CMSDurabilityLevel::Immediate) {

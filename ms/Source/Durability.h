@@ -97,6 +97,8 @@ class CMSDurability {
   // A file was made or rewritten beside the engine's own (an attachment); its bytes must reach the
   // medium before the promise. Takes the file over.
   void FileWritten(std::unique_ptr<platform::File> file, const std::string& path);
+  // A file is about to be removed or replaced: it owes nothing any more, and it must not be open.
+  void FileGoes(const std::string& path);
   // Entries of the directory came or went; "" is the current one.
   void DirectoryChanged(const std::string& path);
 

@@ -107,7 +107,8 @@ bool CMSMessageStoreImp::IsBlank() const {
 }
 
 // A store whose making failed must not stand in the way of the next try. The first database is the
-// one that keeps others out, so it is closed last, and without it nothing here is ours.
+// one that keeps others out, so it is closed last, and without it nothing here is ours. It is not
+// needed where nobody can remove what others have opened meanwhile.
 void CMSMessageStoreImp::DropNewFiles() {
   if (!IsBlank()) return;
   m_packets.reset();
@@ -115,6 +116,7 @@ void CMSMessageStoreImp::DropNewFiles() {
   m_folders.reset();
   m_documents.reset();
   m_recipients.reset();
+  if (!platform::OpenFilesCanBeRemoved()) m_attachments.reset();
   for (const char* name : storefiles::kRequired) {
     const platform::Status status = platform::Files().Remove(CKitFile::Join(m_directory, name));
     if (!status.Ok() && status.Why() != platform::Cause::NotFound)

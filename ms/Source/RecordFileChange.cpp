@@ -119,7 +119,7 @@ platform::Status CMSRecordFile::AppendContainers(std::uint64_t from) {
   static constexpr std::array<std::byte, kGrowthPiece> kZeros{};
   const std::uint64_t end = from + kGrowthStep * ContainerSize();
   for (std::uint64_t at = from; at < end;) {
-    const std::size_t piece = std::min<std::uint64_t>(kGrowthPiece, end - at);
+    const auto piece = static_cast<std::size_t>(std::min<std::uint64_t>(kGrowthPiece, end - at));
     std::size_t done = 0;
     const platform::Status status = m_file->Write(at, kZeros.data(), piece, done);
     if (!status.Ok()) return status;

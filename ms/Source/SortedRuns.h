@@ -169,10 +169,10 @@ class CMSSortedRuns {
       const std::uint64_t high = Order::Of(run.back());
       if (key > high) return run.size();
       if (key <= low) return 0;
-      constexpr std::uint64_t kReach = 4;
-      const std::uint64_t guess = (key - low) * (run.size() - 1) / (high - low);
-      const std::uint64_t from = guess > kReach ? guess - kReach : 0;
-      const std::uint64_t to = std::min<std::uint64_t>(guess + kReach, run.size() - 1);
+      constexpr std::size_t kReach = 4;
+      const auto guess = static_cast<std::size_t>((key - low) * (run.size() - 1) / (high - low));
+      const std::size_t from = guess > kReach ? guess - kReach : 0;
+      const std::size_t to = std::min(guess + kReach, run.size() - 1);
       if (Order::Of(run[from]) < key && key <= Order::Of(run[to])) {
         begin = run.begin() + static_cast<std::ptrdiff_t>(from);
         end = run.begin() + static_cast<std::ptrdiff_t>(to);

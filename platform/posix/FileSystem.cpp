@@ -132,6 +132,10 @@ FileSystem& SystemFiles() {
   return *files;
 }
 
+bool OpenFilesCanBeRemoved() {
+  return true;
+}
+
 std::string FullPath(const std::string& path) {
   if (path.empty() || path[0] == '/') return path;
   std::error_code failed;

@@ -163,6 +163,10 @@ FileSystem& SystemFiles() {
   return *files;
 }
 
+bool OpenFilesCanBeRemoved() {
+  return false;
+}
+
 std::string FullPath(const std::string& path) {
   if (path.empty()) return path;
   const std::wstring wide = win32::WidePath(path);
