@@ -129,7 +129,7 @@ TEST(KitFile, Removing_copes_with_write_protection_and_wiping_overwrites_first) 
 
 TEST(Folders, Made_found_listed_and_removed) {
   const TempDir dir;
-  CKitFolder::MakePath(dir / "a//b/./c/");
+  CKitFolder::MakePath(dir.Path() + "/a//b/./c/");
   CKitFolder::MakePath(dir / "a/b");
   EXPECT_TRUE(CKitFolder::Exists(dir / "a/b/c"));
   EXPECT_FALSE(CKitFolder::MakeFolder(dir / "a"));

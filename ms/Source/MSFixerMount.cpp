@@ -25,11 +25,15 @@ void CFixer::CJob::LockOperativeFiles() {
   }
 }
 
-// Before it is let go, so that the next job makes one of its own.
+// Before it is let go, so that the next job makes one of its own. Where that cannot be, a next job
+// that has taken it over keeps it.
 void CFixer::CJob::ReleaseGuard() {
   if (m_guard == nullptr) return;
-  const platform::Status removed = platform::Files().Remove(m_guard->Name());
-  if (!removed.Ok()) Dispatch(severity::Error, removed.Text(), 118);
+  const std::string guard = m_guard->Name();
+  if (!platform::OpenFilesCanBeRemoved()) m_guard.reset();
+  const platform::Status removed = platform::Files().Remove(guard);
+  const bool taken = m_guard == nullptr && removed.Why() == platform::Cause::InUse;
+  if (!removed.Ok() && !taken) Dispatch(severity::Error, removed.Text(), 118);
   m_guard.reset();
 }
 

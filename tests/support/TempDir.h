@@ -26,7 +26,11 @@ class TempDir {
   TempDir& operator=(const TempDir&) = delete;
 
   const std::string& Path() const { return m_path; }
-  std::string operator/(const std::string& name) const { return CKitFile::Join(m_path, name); }
+  // The name may have slashes, whatever separates native ones.
+  std::string operator/(const std::string& name) const {
+    return name.empty() ? CKitFile::Join(m_path, name)
+                        : CKitFile::Join(m_path, CKitFile::NormalizeFileName(name));
+  }
 
  private:
   std::string m_path;
