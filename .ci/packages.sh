@@ -2,7 +2,14 @@
 # Sourced by ./demo and ./test: the Debian packages that a build needs, and how they get here.
 packages_build=(g++ cmake ninja-build ccache pkg-config libgtest-dev libbenchmark-dev libgmime-3.0-dev
   libcli11-dev libgcrypt20-dev nlohmann-json3-dev)
+# For the other targets: Windows with mingw-w64 and wine, 32-bit Linux.
+packages_windows=(g++-mingw-w64-x86-64-posix g++-mingw-w64-i686-posix libgcrypt-mingw-w64-dev)
+packages_wine=(wine wine64)
+packages_x86=(g++-multilib gcc-multilib)
 packages_check=(clang clang-format clang-tidy)
+
+# try PACKAGE...: as need does, but says no instead of ending the script.
+try() { (need "$@"); }
 
 # need PACKAGE...: installs those that are missing; ends the script, with their names, where it may not.
 need() {

@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstring>
+#include <thread>
 
 #include "platform/File.h"
 #include "platform/Profile.h"
@@ -210,5 +212,34 @@ TEST(Files, Attributes_directories_and_links_are_told_apart) {
   EXPECT_TRUE(synced.Ok() || synced.Why() == Cause::Unsupported) << synced.Text();
   EXPECT_GT(space, 0U);
 }
+
+TEST(Files, Names_are_UTF8_and_come_back_as_they_were_given) {
+  const TempDir dir;
+  const std::string name = "Письма \xE6\x89\x8B.txt";
+  WriteProfileString(dir / name, "S", "k", "v");
+  EXPECT_EQ(Get(dir / name, "S", "k"), "v");
+  std::vector<DirectoryEntry> entries;
+  ASSERT_TRUE(Files().List(dir.Path(), entries).Ok());
+  ASSERT_EQ(entries.size(), 1U);
+  EXPECT_EQ(entries[0].name, name);
+  EXPECT_TRUE(Files().Move(dir / name, dir / "plain").Ok());
+  EXPECT_EQ(ReadBytes(dir / "plain"), "[S]\r\nk=v\r\n");
+}
+
+#ifdef _WIN32
+TEST(Files, What_another_program_holds_goes_when_it_lets_go_or_is_in_use) {
+  const TempDir dir;
+  WriteBytes(dir / "a", "a");
+  std::unique_ptr<File> held;
+  ASSERT_TRUE(Files().Open(dir / "a", kReader, held).Ok());
+  EXPECT_EQ(Files().Remove(dir / "a").Why(), Cause::InUse);
+  std::jthread other([&] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    held.reset();
+  });
+  EXPECT_TRUE(Files().Replace(dir / "a", dir / "b").Ok());
+  EXPECT_TRUE(Files().Remove(dir / "b").Ok());
+}
+#endif
 
 }  // namespace
