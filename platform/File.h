@@ -158,8 +158,8 @@ FileSystem& Files();
 // one. The caller keeps ownership and makes sure that no file of the previous one is still in use.
 FileSystem* SetFiles(FileSystem* files);
 
-// Whether a file can be removed while it is open, as on POSIX. Where it cannot, nobody can take away
-// what another has open either.
+// Whether a file can be removed while it is open, as on POSIX. Where it cannot, nobody can take
+// away what another has open either.
 bool OpenFilesCanBeRemoved();
 
 // The path from the root on: a relative one is taken from the current directory, as text. "" stays.
