@@ -8,8 +8,8 @@
 #include <optional>
 #include <string_view>
 
+#include "Checksum.h"
 #include "Interrupt.h"
-#include "Sha256.h"
 
 namespace tool {
 
@@ -35,7 +35,7 @@ std::string Hex(const std::array<unsigned char, kSize>& bytes) {
 std::optional<std::string> HashFile(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
   if (!in) return std::nullopt;
-  Sha256 sum;
+  Checksum sum;
   std::vector<char> block(kBlock);
   do {
     StopIfInterrupted();
@@ -127,7 +127,7 @@ void ReadAttachments(const CMSDocument& letter, const FieldReader& field,
     if ((attachment.Flag() & attachmentflag::FileRemoved) != 0) continue;
     const std::optional<std::string> sum = HashFile(attachment.InternalFileName());
     if (!sum) missing(count, attachment.Name());
-    fields.Raw("SHA-256", sum.value_or(kNoFile));
+    fields.Raw(Checksum::kName, sum.value_or(kNoFile));
   }
   field("Attachments", std::to_string(count));
   field("Body", "attachment " + std::to_string(body));
@@ -170,7 +170,7 @@ void ReadLetter(const CMSDocument& letter, const FieldReader& field,
 }
 
 LetterDigest DigestOf(const CMSDocument& letter, const MissingFileReader& missing) {
-  Sha256 sum;
+  Checksum sum;
   const auto add = [&](const std::string& text) {
     sum.Add(std::to_string(text.size()) + ":");
     sum.Add(text);

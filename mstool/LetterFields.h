@@ -11,8 +11,8 @@
 
 namespace tool {
 
-// Everything but numbers and stored paths: header, key, attachments in their order with the SHA-256
-// of their files, recipients in theirs. Texts are in quotes, bytes in hexadecimal digits.
+// Everything but numbers and stored paths: header, key, attachments in their order with the
+// checksum of their files, recipients in theirs. Texts are in quotes, bytes in hexadecimal digits.
 using FieldReader = std::function<void(const std::string& name, const std::string& value)>;
 // The files that should be there and are not, counted from 1, by the attachment's name.
 using MissingFileReader = std::function<void(std::size_t attachment, const std::string& name)>;
@@ -25,7 +25,7 @@ void ReadLetter(const CMSDocument& letter, const FieldReader& field,
 extern const char* const kNoFile;
 
 using LetterDigest = std::array<unsigned char, 32>;
-// SHA-256 over all of it: equal for letters that are equal.
+// The checksum of all of it: equal for letters that are equal.
 LetterDigest DigestOf(const CMSDocument& letter, const MissingFileReader& missing);
 
 struct LetterField {

@@ -17,7 +17,7 @@ namespace {
 
 constexpr const char* kRules =
     "Compares the folders (path, type, properties) and the letters: every field, the stored key,\n"
-    "recipients, attachments and the SHA-256 of their files; all but numbers and places on the\n"
+    "recipients, attachments and the checksums of their files; all but numbers and places on the\n"
     "disk. A letter without an equal partner is compared with the likeliest one, and each field\n"
     "that differs gets a line. What only TARGET holds was deleted in STORE since, and is counted\n"
     "but no difference without --exact. The exit code is 0 without differences, 2 with any.\n"

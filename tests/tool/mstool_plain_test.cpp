@@ -1,13 +1,11 @@
 // The program as every target has it, with and without its import.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <nlohmann/json.hpp>
 
 #include "kit/KitString.h"
-#include "mstool/Sha256.h"
 #include "tests/support/OpenStore.h"
 #include "tests/support/TempDir.h"
 
@@ -36,23 +34,6 @@ class Plain : public ::testing::Test {
 
   TempDir dir;
 };
-
-TEST(Sha256, Own_implementation_gives_the_known_sums) {
-  const std::pair<std::size_t, const char*> known[] = {
-      {0, "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855"},
-      {55, "9f4390f8d30c2dd92ec9f095b65e2b9ae9b0a925a5258e241c9f1e910f734318"},
-      {64, "ffe054fe7ae0cb6dc65c3af9b61d5209f439851db43d0ba5997337df154668eb"},
-      {1000, "41edece42d63e8d9bf515a9ba6932e1c20cbc9f5a5d134645adb5db1b9737ea3"}};
-  for (const auto& [length, expected] : known) {
-    tool::Sha256 sum;
-    for (std::size_t left = length; left > 0; left -= std::min<std::size_t>(left, 7)) {
-      sum.Add(std::string_view("aaaaaaa").substr(0, left));
-    }
-    std::string text;
-    for (const unsigned char byte : sum.Result()) text += KitFormat("%02x", byte);
-    EXPECT_EQ(text, expected);
-  }
-}
 
 TEST_F(Plain, Dumps_and_checks_a_store_that_the_library_made) {
   {
