@@ -334,8 +334,7 @@ class RandomDamage : public testing::Test {
     }
   }
 
-  TempDir dir{std::getenv("MS_DAMAGE_STORE") == nullptr && fs::exists("/dev/shm") ? "/dev/shm"
-                                                                                  : ""};
+  TempDir dir{std::getenv("MS_DAMAGE_STORE") == nullptr ? InMemory() : ""};
   std::string m_origin = dir / "origin";
   const std::string path = dir / "store";
   LogSink m_events;

@@ -75,7 +75,7 @@ class RepairFixture : public testing::Test {
   }
 
   // In memory, where there is such a place: a repair waits for the medium often.
-  TempDir dir{std::filesystem::exists("/dev/shm") ? "/dev/shm" : ""};
+  TempDir dir{InMemory()};
   const std::string path = dir / "store";
   LogSink events;
   MSF::CFixer fixer;
