@@ -29,9 +29,9 @@ class CEntries {
     m_isGood = true;
     const std::uint64_t length = m_file.Length();
     m_payloads.reserve(static_cast<std::size_t>(length / format.EntrySize()));
-    std::vector<unsigned char> block(
-        std::min<std::size_t>(kEntriesAtOnce, length / format.EntrySize() + 1) *
-        format.EntrySize());
+    const std::uint64_t atOnce =
+        std::min<std::uint64_t>(kEntriesAtOnce, length / format.EntrySize() + 1);
+    std::vector<unsigned char> block(static_cast<std::size_t>(atOnce) * format.EntrySize());
     for (std::uint64_t at = format.HeaderSize(); at < length; at += block.size()) {
       const std::size_t read = m_file.Read(at, block.data(), block.size());
       for (std::size_t entry = 0; entry < read; entry += format.EntrySize())

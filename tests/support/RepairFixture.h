@@ -36,7 +36,7 @@ class RepairFixture : public testing::Test {
     for (const auto& [name, bytes] : files) {
       const std::filesystem::path file = std::filesystem::path(path) / name;
       std::filesystem::create_directories(file.parent_path());
-      WriteBytes(file, bytes);
+      WriteBytes(file.string(), bytes);
     }
   }
   template <class Change>
