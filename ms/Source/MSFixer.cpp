@@ -184,7 +184,7 @@ void CFixer::CJob::Fail(const std::string& text, int code) {
   for (CMSDBFile& file : m_files) file.Discard();
   // Without the guard they are another job's; once the new files take their places, they are what a
   // person may need.
-  if (m_guard == nullptr || m_isReplacing) return;
+  if (m_guard == nullptr || m_isReplacing || m_isHalfReplaced) return;
   DropCopies();
   try {
     DeleteDBFiles(m_directory, eTemporary);

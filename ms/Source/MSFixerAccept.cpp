@@ -4,6 +4,7 @@
 
 #include "EntryFormat.h"
 #include "MSFixerJob.h"
+#include "StoreFiles.h"
 #include "kit/KitFolder.h"
 #include "kit/LogDispatcher.h"
 
@@ -130,7 +131,21 @@ void CFixer::CJob::AcceptFixedBase() {
   // anywhere, the directory has a whole record file of each kind.
   for (int index = 0; index < kFileCount; ++index)
     if (Exists(index, eOperative)) m_log.Deleting(Path(index, eOperative));
+  // From here on there is no way back: the new files have reached the medium, names included, and
+  // now so does the word that they are to take their places.
+  KitCheck(platform::Files().SyncDirectory(m_directory), "sync", m_directory);
+  MarkGuard(storefiles::kGuardHalfReplaced);
+  MoveNewSet();
+  if (HasChanged()) return;
+  m_fixer.m_reportDirectory.clear();
+  m_log.RemovingBackup();
+  DropOldSet();
+}
+
+// All of them, or those that an earlier job had no time for.
+void CFixer::CJob::MoveNewSet() {
   for (int index = 0; index < kFileCount; ++index) {
+    if (!Exists(index, eTemporary)) continue;
     const std::string from = Path(index, eTemporary);
     const std::string to = Path(index, eOperative);
     m_log.Moving(from, to);
@@ -142,10 +157,7 @@ void CFixer::CJob::AcceptFixedBase() {
     KitCheck(moved, "replace", to);
   }
   KitCheck(platform::Files().SyncDirectory(m_directory), "sync", m_directory);
-  if (HasChanged()) return;
-  m_fixer.m_reportDirectory.clear();
-  m_log.RemovingBackup();
-  DropOldSet();
+  MarkGuard(storefiles::kGuardReplaces);
 }
 
 // A set that could not be copied whole is no report of anything.

@@ -103,6 +103,9 @@ class CFixer::CJob {
   std::string OwnPath(const CMSDBFile& file) const;
 
   void LockOperativeFiles();
+  void LockRecordFiles();
+  void MarkGuard(char kind);
+  void FinishReplacing();
   void ReleaseGuard();
   void MakeTemporaryDB();
   // With progress. lasting: until it has reached the medium.
@@ -172,6 +175,7 @@ class CFixer::CJob {
   void CompareWithOperative();
   void AcceptFixedBase();
   void CopyOldSet();
+  void MoveNewSet();
   void DropOldSet();
   bool HasChanged();
   void DeleteDBFiles(const std::string& directory, EBaseType kind);
@@ -186,6 +190,7 @@ class CFixer::CJob {
 
   std::unique_ptr<CKitFile> m_guard;  // held by one job at a time
   bool m_isReplacing = false;
+  bool m_isHalfReplaced = false;  // as the guard says
   std::array<std::unique_ptr<CKitFile>, kRecordFiles> m_locks;
   std::array<CMSDBFile, kRecordFiles> m_files;                    // by file index
   std::array<std::vector<CFreeLinks>, kRecordFiles> m_freeLinks;  // sorted, as they were found

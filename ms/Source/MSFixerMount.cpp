@@ -15,7 +15,13 @@ void CFixer::CJob::LockOperativeFiles() {
   m_guard = std::make_unique<CKitFile>(
       guard, platform::OpenOptions{platform::Access::ReadWrite, platform::Disposition::OpenOrCreate,
                                    platform::Sharing::ReadOnly});
+  m_isHalfReplaced = storefiles::IsHalfReplaced(m_directory);
+  LockRecordFiles();
+  if (m_isHalfReplaced) FinishReplacing();
   if (m_job == eRepair) m_guard->Write(0, &storefiles::kGuardReplaces, 1);
+}
+
+void CFixer::CJob::LockRecordFiles() {
   const auto access = m_job == eScan ? platform::Access::Read : platform::Access::ReadWrite;
   for (int index = 0; index < kRecordFiles; ++index) {
     if (!Exists(index, eOperative)) continue;
@@ -25,10 +31,32 @@ void CFixer::CJob::LockOperativeFiles() {
   }
 }
 
+void CFixer::CJob::MarkGuard(char kind) {
+  const bool isHalf = kind == storefiles::kGuardHalfReplaced;
+  m_isHalfReplaced = m_isHalfReplaced || isHalf;
+  m_guard->Write(0, &kind, 1);
+  m_guard->Sync();
+  m_isHalfReplaced = isHalf;
+}
+
+// What an earlier repair, cut off, has left to do. Its new files fit together, while each of them
+// may name objects that an old one knows under other IDs.
+void CFixer::CJob::FinishReplacing() {
+  if (m_job == eScan)
+    throw CTextError("a repair has replaced a part of the files; another one has to finish that");
+  Dispatch(severity::Information,
+           "Repairing MS - finishing an earlier repair that was cut off (" + m_directory + ")",
+           152);
+  for (auto& lock : m_locks) lock.reset();
+  MoveNewSet();
+  LockRecordFiles();
+}
+
 // Before it is let go, so that the next job makes one of its own. Where that cannot be, a next job
 // that has taken it over keeps it.
 void CFixer::CJob::ReleaseGuard() {
   if (m_guard == nullptr) return;
+  if (m_isHalfReplaced) return m_guard.reset();
   const std::string guard = m_guard->Name();
   if (!platform::OpenFilesCanBeRemoved()) m_guard.reset();
   const platform::Status removed = platform::Files().Remove(guard);

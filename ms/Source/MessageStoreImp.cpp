@@ -59,6 +59,12 @@ void CMSMessageStoreImp::Open(const OpenArguments& arguments) {
   if (!m_readOnly) MakeDirectory();
   CMSConverter(m_directory, CMSMessageStore::s_bCheckDataConverting)
       .Run(arguments.keys, arguments.key, arguments.group);
+  if (storefiles::IsHalfReplaced(m_directory))
+    throw CMSDBException(CMSDBException::kCannotOpen,
+                         "cannot open '" + m_directory +
+                             "': a repair has replaced a part of its files; another one has to "
+                             "finish that",
+                         storefiles::IsUnderMaintenance(m_directory));
   const bool isNew = !storefiles::IsComplete(m_directory, m_readOnly, arguments.informer);
   try {
     OpenFiles(isNew);

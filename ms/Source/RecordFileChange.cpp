@@ -1,6 +1,7 @@
 // Inserting, deleting and growing.
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cstring>
 #include <utility>
 
@@ -42,10 +43,13 @@ std::uint32_t CMSRecordFile::Insert(std::uint32_t key, const void* data) {
   }
   CheckFreeContainer(index);
   Unlink(index);
+  // The key last: should the process die here, the record is whole or not there.
+  std::memcpy(Data(index), data, m_dataSize);
+  std::atomic_signal_fence(std::memory_order_release);
   CMSContainerHead& head = Container(index);
   head = CMSContainerHead{};
+  std::atomic_signal_fence(std::memory_order_release);
   head.key = key;
-  std::memcpy(Data(index), data, m_dataSize);
   FlushHeader();
   FlushContainer(index);
   LowerDC();

@@ -90,6 +90,18 @@ void MoveAside(const std::string& directory, const std::list<CKitString>& presen
     KitCheck(platform::Files().SyncDirectory(changed), "sync", changed);
 }
 
+// 0 when there is no guard, or an empty one.
+char GuardKind(const std::string& directory) {
+  std::unique_ptr<platform::File> guard;
+  const platform::Status status = platform::Files().Open(
+      CKitFile::Join(directory, storefiles::kGuard),
+      {platform::Access::Read, platform::Disposition::OpenExisting, platform::Sharing::All}, guard);
+  char kind = 0;
+  std::size_t done = 0;
+  const bool isRead = status.Ok() && guard->Read(0, &kind, 1, done).Ok() && done == 1;
+  return isRead ? kind : '\0';
+}
+
 }  // namespace
 
 bool storefiles::IsComplete(const std::string& directory, bool readOnly,
@@ -115,13 +127,10 @@ bool storefiles::IsUnderMaintenance(const std::string& directory) {
 }
 
 bool storefiles::IsBeingReplaced(const std::string& directory) {
-  if (!IsUnderMaintenance(directory)) return false;
-  std::unique_ptr<platform::File> guard;
-  const platform::Status status = platform::Files().Open(
-      CKitFile::Join(directory, kGuard),
-      {platform::Access::Read, platform::Disposition::OpenExisting, platform::Sharing::All}, guard);
-  if (!status.Ok()) return false;
-  char kind = 0;
-  std::size_t done = 0;
-  return guard->Read(0, &kind, 1, done).Ok() && done == 1 && kind == kGuardReplaces;
+  return IsHalfReplaced(directory) ||
+         (IsUnderMaintenance(directory) && GuardKind(directory) == kGuardReplaces);
+}
+
+bool storefiles::IsHalfReplaced(const std::string& directory) {
+  return GuardKind(directory) == kGuardHalfReplaced;
 }

@@ -20,13 +20,18 @@ inline constexpr std::array<const char*, 11> kRequired{
 bool IsComplete(const std::string& directory, bool readOnly, CMSClientInformer* informer);
 
 // Held by a maintenance job from its begin to its end. Its first byte tells a job that will replace
-// the files from one that only looks.
+// the files from one that only looks, and, locked or not, a set that is replaced in part: the new
+// files that are still temporary belong to those that are in place already.
 inline constexpr char kGuard[] = "fixer3.tmp";
 inline constexpr char kGuardReplaces = 'R';
+inline constexpr char kGuardHalfReplaced = 'H';
 
 bool IsUnderMaintenance(const std::string& directory);
 // Whether a job is at work that replaces the store's files. It holds them locked until it does;
 // who has opened them all and then hears no has opened files that stay.
 bool IsBeingReplaced(const std::string& directory);
+// Whether the set is replaced in part, by a job at work or by one that was cut off. The next repair
+// moves the rest of the new files in; until then the set must not be used.
+bool IsHalfReplaced(const std::string& directory);
 
 }  // namespace storefiles

@@ -99,15 +99,16 @@ inline bool Needs(const Step& later, const Step& earlier) {
 }
 
 struct Choice {
-  std::size_t few = 12;     // up to so many pending steps in all combinations
+  std::size_t few = 12;      // up to so many pending steps in all combinations
   std::size_t samples = 24;  // states of a cut with more, and deaths between two marks
+  double cuts = 1;           // the share of the cuts that are looked at
   unsigned seed = 1;
 };
 
 // Tells each state with the number of marks that were passed. States may come more than once.
 class CrashStates {
  public:
-  using Tell = std::function<void(const Files&, std::size_t marks)>;
+  using Tell = std::function<void(const Medium&, std::size_t marks)>;
 
   CrashStates(const Base& base, const Trace& trace, const Choice& choice)
       : m_base(base), m_trace(trace), m_choice(choice), m_random(choice.seed) {}
@@ -120,7 +121,8 @@ class CrashStates {
     std::size_t marks = 0;
     bool isNew = true;
     const auto cut = [&] {
-      if (isNew && marks >= fromMark) Combine(medium, pending, marks, tell);
+      if (isNew && marks >= fromMark && Chance(m_choice.cuts))
+        Combine(medium, pending, marks, tell);
       isNew = false;
     };
     for (std::size_t at = 0; at < m_trace.size(); ++at) {
@@ -155,10 +157,10 @@ class CrashStates {
       const auto& span = spans[marks];
       const double chance = static_cast<double>(m_choice.samples) /
                             static_cast<double>(std::max<std::size_t>(span.size(), 1));
-      if (marks >= fromMark) tell(medium.Shown(), marks);
+      if (marks >= fromMark && Chance(m_choice.cuts)) tell(medium, marks);
       for (const std::size_t at : span) {
         medium.Apply(m_trace[at]);
-        if (marks >= fromMark && !m_trace[at].isPart && Chance(chance)) tell(medium.Shown(), marks);
+        if (marks >= fromMark && !m_trace[at].isPart && Chance(chance)) tell(medium, marks);
       }
     }
   }
@@ -201,8 +203,7 @@ class CrashStates {
       return !path.empty() && (slash == path.npos ? "" : path.substr(0, slash)) == directory;
     };
     const Step& step = m_trace[at];
-    if (step.from.empty() || (isIn(step.path) && isIn(step.from)))
-      return isIn(step.path);
+    if (step.from.empty() || (isIn(step.path) && isIn(step.from))) return isIn(step.path);
     if (!isIn(step.path) && !isIn(step.from)) return false;
     unsigned seen = m_halves[at] | (isIn(step.path) ? 1U : 2U);
     if (!onlyAsk) m_halves[at] = seen;
@@ -214,25 +215,30 @@ class CrashStates {
     const std::size_t count = pending.size();
     if (count <= m_choice.few) {
       for (std::size_t mask = 0; mask < std::size_t{1} << count; ++mask)
-        Put(medium, pending, [=](std::size_t n) { return (mask >> n & 1) != 0; }, marks, tell);
+        Put(
+            medium, pending, [=](std::size_t n) { return (mask >> n & 1) != 0; }, marks, tell);
       return;
     }
-    Put(medium, pending, [](std::size_t) { return false; }, marks, tell);
-    Put(medium, pending, [](std::size_t) { return true; }, marks, tell);
+    Put(
+        medium, pending, [](std::size_t) { return false; }, marks, tell);
+    Put(
+        medium, pending, [](std::size_t) { return true; }, marks, tell);
     for (std::size_t n = 2; n < m_choice.samples; ++n) {
       if (n % 3 == 0) {  // as if written in order
         const std::size_t end = m_random() % count;
-        Put(medium, pending, [=](std::size_t at) { return at < end; }, marks, tell);
+        Put(
+            medium, pending, [=](std::size_t at) { return at < end; }, marks, tell);
         continue;
       }
       constexpr double chances[] = {0.5, 0.5, 0.1, 0.9};
       const double chance = chances[n % 4];
-      Put(medium, pending, [&](std::size_t) { return Chance(chance); }, marks, tell);
+      Put(
+          medium, pending, [&](std::size_t) { return Chance(chance); }, marks, tell);
     }
   }
   template <class Chosen>
-  void Put(Medium medium, const std::vector<std::size_t>& pending, Chosen chosen,
-           std::size_t marks, const Tell& tell) {
+  void Put(Medium medium, const std::vector<std::size_t>& pending, Chosen chosen, std::size_t marks,
+           const Tell& tell) {
     std::vector<const Step*> left;
     for (std::size_t n = 0; n < pending.size(); ++n) {
       const Step& step = m_trace[pending[n]];
@@ -244,7 +250,7 @@ class CrashStates {
       }
       medium.Apply(step);
     }
-    tell(medium.Shown(), marks);
+    tell(medium, marks);
   }
 
   const Base& m_base;

@@ -27,6 +27,22 @@ class LetterBook {
   const std::map<unsigned long, Object>& Objects() const { return m_objects; }
   bool operator==(const LetterBook&) const = default;
 
+  // By subject what the letters hold, without IDs.
+  std::map<std::string, std::multiset<std::string>> Contents() const {
+    std::map<std::string, std::multiset<std::string>> contents;
+    for (const auto& [id, object] : m_objects) {
+      if (object.count("subject") == 0) continue;
+      std::multiset<std::string> fields;
+      for (const auto& [name, value] : object)
+        if (name != "parent" && name != "body")
+          fields.insert(name.substr(name.find(' ') + 1) + "=" + value);
+      std::string text;
+      for (const std::string& one : fields) text += one + "\n";
+      contents[object.at("subject")].insert(text);
+    }
+    return contents;
+  }
+
  private:
   template <class Value>
   static std::string Text(const Value& value) {
@@ -95,8 +111,7 @@ struct Outcome {
   std::string torn;  // objects under way that are neither as before, nor as after, nor absent
 };
 
-inline Outcome Compare(const LetterBook& before, const LetterBook& after,
-                       const LetterBook& found) {
+inline Outcome Compare(const LetterBook& before, const LetterBook& after, const LetterBook& found) {
   Outcome outcome;
   static const Object kAbsent;
   const auto in = [](const LetterBook& book, unsigned long id) -> const Object& {
@@ -115,8 +130,8 @@ inline Outcome Compare(const LetterBook& before, const LetterBook& after,
     if (is == was || is == becomes) continue;
     std::ostringstream text;
     // An object that goes may lose its fields, one that comes may not have them yet.
-    bool isLost = (was.empty() && becomes.empty()) ||
-                  (is.empty() && !was.empty() && !becomes.empty());
+    bool isLost =
+        (was.empty() && becomes.empty()) || (is.empty() && !was.empty() && !becomes.empty());
     std::set<std::string> names;
     for (const Object* one : {&was, &becomes, &is})
       for (const auto& [name, value] : *one) names.insert(name);
