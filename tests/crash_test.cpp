@@ -1,5 +1,5 @@
 // Stores cut off at any point of any operation: nothing acknowledged is lost.
-//   MS_CRASH_FULL=1    all states of all sequences, not just a slice (hours)
+//   MS_CRASH_FULL=1    all states (of three operations: some), not just a slice; hours
 //   MS_CRASH_SEED      of what is sampled (1)
 //   MS_CRASH_TORN=1    show the objects that were cut within their own change
 //   MS_CRASH_KEEP      a directory for the first state that fails
@@ -346,9 +346,11 @@ INSTANTIATE_TEST_SUITE_P(Level, Crash,
 
 TEST_P(Crash, One_operation_cut_anywhere_loses_nothing) {
   CrashRun run(std::string("one, ") + NameOf(GetParam()));
-  for (std::size_t one = 0; one < kCount; ++one)
+  TrySequence(run, {0}, GetParam(), kFull ? Choice() : Few(1));
+  EXPECT_EQ(run.Totals().torn, 0U) << "a letter completed by its last call";
+  for (std::size_t one = 1; one < kCount; ++one)
     TrySequence(run, {one}, GetParam(), kFull ? Choice() : Few(1));
-  EXPECT_EQ(run.Totals().lost, 0U);
+  EXPECT_EQ(run.Totals().failed, 0U);
 }
 
 TEST_P(Crash, Two_operations_cut_anywhere_lose_nothing) {
@@ -356,7 +358,7 @@ TEST_P(Crash, Two_operations_cut_anywhere_lose_nothing) {
   for (std::size_t one = 0; one < kCount; ++one)
     for (std::size_t two = 0; two < kCount; ++two)
       TrySequence(run, {one, two}, GetParam(), kFull ? Choice() : Few(0.1));
-  EXPECT_EQ(run.Totals().lost, 0U);
+  EXPECT_EQ(run.Totals().failed, 0U);
 }
 
 TEST_P(Crash, Three_operations_cut_anywhere_lose_nothing) {
@@ -366,7 +368,7 @@ TEST_P(Crash, Three_operations_cut_anywhere_lose_nothing) {
     if (!kFull && random() % 100 != 0) continue;
     TrySequence(run, {n / kCount / kCount, n / kCount % kCount, n % kCount}, GetParam(), Few(0.2));
   }
-  EXPECT_EQ(run.Totals().lost, 0U);
+  EXPECT_EQ(run.Totals().failed, 0U);
 }
 
 // What is in memory is the system's, so each step that was made is there: at the finest at level
@@ -381,7 +383,7 @@ TEST(CrashOfProcess, Death_at_any_flush_of_an_operation_loses_nothing) {
           run.Try(medium.Shown(), "store", made.Book(marks), made.Book(marks + 1));
         });
   }
-  EXPECT_EQ(run.Totals().lost, 0U);
+  EXPECT_EQ(run.Totals().failed, 0U);
 }
 
 // ---- Maintenance.
@@ -521,8 +523,7 @@ const Damage kDamages[] = {
 TEST(CrashOfMaintenance, A_repair_cut_anywhere_is_finished_by_the_next_also_if_that_is_cut) {
   CrashRun run("repair");
   const LogSink log;
-  const Choice choice{
-      .few = kFull ? 12U : 4U, .samples = 24, .cuts = kFull ? 1 : 0.3, .seed = kSeed};
+  const Choice choice{.few = kFull ? 12U : 2U, .samples = kFull ? 24U : 8U, .seed = kSeed};
   for (const Damage& damage : kDamages) {
     run.Sequence(damage.name);
     Files files = TheBase().Content();
@@ -537,7 +538,7 @@ TEST(CrashOfMaintenance, A_repair_cut_anywhere_is_finished_by_the_next_also_if_t
     std::vector<Files> cut;
     std::mt19937 random(kSeed);
     const auto tell = [&](const Medium& medium, std::size_t marks) {
-      if (marks == 1 && random() % 64 == 0) cut.push_back(medium.Shown());
+      if (marks == 1 && random() % 40 == 0) cut.push_back(medium.Shown());
       run.Try(medium.Shown(), "store", repaired, repaired);
     };
     CrashStates(made.base, made.trace, choice).PowerCuts(1, tell);

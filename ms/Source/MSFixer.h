@@ -9,7 +9,9 @@
 // ("docs3.db.tmp" and so on, beside the store's own), mends what is in them, and builds all other
 // files anew. A repair puts the new set in place only at its end, with the old set kept in a dated
 // report directory, unless nothing had to be changed. A job that fails deletes its temporary files
-// and leaves the store as it was.
+// and leaves the store as it was; but a repair that fails or dies while it puts the new set in
+// place leaves it so, marked. Scans and openings refuse such a store, and the next repair first
+// finishes what that one began.
 #pragma once
 
 #include <compare>

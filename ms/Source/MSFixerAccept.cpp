@@ -179,7 +179,10 @@ void CFixer::CJob::CopyOldSet() {
                        KitFormat("%s ->%s: %s", from.c_str(), to.c_str(), error.what()));
     }
   }
-  KitCheck(platform::Files().SyncDirectory(m_reportDirectory), "sync", m_reportDirectory);
+  std::string named = CKitFile::FullName(m_reportDirectory);
+  while (!named.empty() && platform::IsSeparator(named.back())) named.pop_back();
+  for (const std::string& directory : {m_reportDirectory, CKitFile::DirectoryName(named)})
+    KitCheck(platform::Files().SyncDirectory(directory), "sync", directory);
 }
 
 void CFixer::CJob::DropOldSet() {

@@ -50,7 +50,8 @@ inline void WriteTree(const std::string& directory, const Files& files) {
 }
 
 struct Figures {
-  std::size_t sequences = 0, states = 0, repaired = 0, refused = 0, lost = 0, torn = 0, failed = 0;
+  std::size_t sequences = 0, states = 0, tries = 0, repaired = 0, refused = 0, lost = 0, torn = 0,
+              failed = 0;
 };
 
 // The states of one test. Each comes in two ways: repaired at once, and first opened for writing,
@@ -61,9 +62,9 @@ class CrashRun {
   ~CrashRun() {
     std::ostringstream line;
     line << m_name << ": " << m_figures.sequences << " sequences, " << m_figures.states
-         << " states; repairs needed " << m_figures.repaired << ", openings refused "
-         << m_figures.refused << ", states with letters lost " << m_figures.lost
-         << ", with objects torn in their own change " << m_figures.torn;
+         << " states, " << m_figures.tries << " tries; of these " << m_figures.repaired
+         << " needed a repair, " << m_figures.refused << " refused to open, " << m_figures.torn
+         << " had an object torn in its own change, " << m_figures.lost << " lost something";
     std::cout << line.str() << std::endl;
     testing::Test::RecordProperty("figures", line.str());
   }
@@ -85,6 +86,7 @@ class CrashRun {
     for (const bool opensFirst : {false, true}) {
       // A slice tries some states in one way only.
       if (!kFull && m_figures.states % 3 == (opensFirst ? 1 : 2)) continue;
+      ++m_figures.tries;
       WriteTree(m_place.Path(), files);
       m_what = m_sequence + (opensFirst ? ", opened first" : "");
       const std::string path = m_place / store;
