@@ -356,7 +356,7 @@ TEST_P(Crash, One_operation_cut_anywhere_loses_nothing) {
 TEST_P(Crash, Two_operations_cut_anywhere_lose_nothing) {
   CrashRun run(std::string("two, ") + NameOf(GetParam()));
   for (std::size_t one = 0; one < kCount; ++one)
-    for (std::size_t two = 0; two < kCount; ++two)
+    for (std::size_t two = one % kSparing; two < kCount; two += kFull ? 1 : kSparing)
       TrySequence(run, {one, two}, GetParam(), kFull ? Choice() : Few(0.1));
   EXPECT_EQ(run.Totals().failed, 0U);
 }
