@@ -28,7 +28,8 @@ enum class Disposition {
   OpenExisting,  // NotFound when there is none
   OpenOrCreate,
   CreateNew,     // AlreadyExists when there is one
-  CreateAlways,  // an existing file is emptied (after the sharing check, not before it)
+  CreateAlways,  // an existing file is emptied (after the sharing check, not before it); fails
+                 // where a link has the name
 };
 
 // What others may do with the file while it is open. Never waits: a conflict answers InUse at once.
@@ -60,6 +61,8 @@ struct FileInfo {
   std::uint64_t length = 0;
   std::int64_t modified = 0;  // seconds since 1970-01-01 UTC
   std::uint32_t attributes = 0;
+  // The path itself names a link; all else tells of what that leads to (nothing: kind is Link).
+  bool isLink = false;
   // Others than the owner may read, write or run it. Only POSIX tells; false elsewhere.
   bool othersMayAccess = false;
   // Changes whenever another file stands under the path or the content was written through the
@@ -126,7 +129,8 @@ class FileSystem {
                       std::unique_ptr<File>& file) = 0;
   // kind None when there is nothing; links are followed except for kind Link of a dangling one.
   virtual Status GetInfo(const std::string& path, FileInfo& info) = 0;
-  // Bytes and last-write time; attributes are the target's own business.
+  // Bytes and last-write time; attributes are the target's own business. Fails where a link has the
+  // target's name.
   virtual Status Copy(const std::string& from, const std::string& to, bool overwrite) = 0;
   // AlreadyExists when the target is there. Copies and removes when the two are on different
   // volumes.

@@ -31,7 +31,8 @@ class MS_API CMSAttachment : public CMSObject<CMSAttachmentData> {
   void Name(const char* name);
   CKitString AttachmentName() const;  // 259
   void AttachmentName(const char* name);
-  // Full native path of the stored file.
+  // Full native path of the stored file; "" when the stored name leads elsewhere than it says (by
+  // "..", or by a link).
   CKitString InternalFileName() const;
   // Attribute bits of the file that was taken in (platform::attribute).
   long Attributes() const;
@@ -49,8 +50,8 @@ class MS_API CMSAttachment : public CMSObject<CMSAttachmentData> {
   unsigned long FileSize() const;
   bool IsSigned() const;
 
-  // Copies the file into the folder under its own name, over one that is there; returns the new
-  // path. XKitFile when that fails.
+  // Copies the file into the folder under its own name, over one that is there, but not over a
+  // link; returns the new path. XKitFile when that fails.
   CKitString Put(const CKitFolder& folder) const;
   // Takes a new file in the stored one's place, with its attributes, time and length. move takes
   // the source away. The letter's totals are not told. XKitFile when that fails; a failed copy

@@ -15,6 +15,7 @@
 #include "kit/KitFolder.h"
 #include "kit/KitString.h"
 #include "kit/LogDispatcher.h"
+#include "platform/File.h"
 
 namespace attachmentfiles {
 namespace {
@@ -66,6 +67,36 @@ std::string Below(const std::string& directory, const std::vector<std::string>& 
   std::string path = directory;
   for (std::size_t i = 0; i < count; ++i) path = CKitFile::Join(path, parts[i]);
   return path;
+}
+
+bool Climbs(std::string_view path) {
+  for (std::size_t begin = 0; begin <= path.size();) {
+    const std::size_t end = std::min(path.find_first_of(kAnySeparator, begin), path.size());
+    if (path.substr(begin, end - begin) == "..") return true;
+    begin = end + 1;
+  }
+  return false;
+}
+
+// A client's own path that means here what it meant where it was stored: another platform's would
+// be taken from the current directory.
+bool IsClients(const std::string& name) {
+  const std::string plain = CKitFile::NormalizeFileName(name);
+  return platform::FullPath(plain) == plain && !Climbs(name);
+}
+
+// Whether one of the first components is a link. What lies behind one is not the store's, whoever
+// put it there.
+bool HasLink(const std::string& directory, const std::vector<std::string>& parts,
+             std::size_t count) {
+  for (std::size_t depth = 1; depth <= count; ++depth) {
+    platform::FileInfo info;
+    // Whatever keeps this process from looking keeps it from more; the call that follows says so.
+    if (!platform::Files().GetInfo(Below(directory, parts, depth), info).Ok()) return false;
+    if (info.isLink) return true;
+    if (info.kind == platform::FileKind::None) return false;
+  }
+  return false;
 }
 
 // A damaged name must not cost the store one of its databases.
@@ -140,9 +171,10 @@ std::string ToStored(const std::string& storeDirectory, const std::string& path)
 
 std::string ToFull(const std::string& storeDirectory, const std::string& stored) {
   std::string name = Relative(storeDirectory, stored);
-  if (IsAbsolute(name)) return name;
+  if (IsAbsolute(name)) return IsClients(name) ? name : std::string();
   const auto parts = Components(name);
-  if (parts.empty() || IsStoreFile(parts)) return {};
+  if (parts.empty() || IsStoreFile(parts) || HasLink(storeDirectory, parts, parts.size()))
+    return {};
   return CKitFile::NormalizeFileName(Below(storeDirectory, parts, parts.size()));
 }
 
@@ -225,11 +257,12 @@ void Remove(const std::string& storeDirectory, const std::string& stored,
             CMSDurability& durability) {
   const std::string name = Relative(storeDirectory, stored);
   if (IsAbsolute(name)) {
-    CKitFile::RemoveEx(name);  // no directory of the store owes anything for it
+    if (IsClients(name)) CKitFile::RemoveEx(name);  // no directory of the store owes for it
     return;
   }
   const auto parts = Components(name);
   if (parts.empty() || IsStoreFile(parts)) return;
+  if (HasLink(storeDirectory, parts, parts.size() - 1)) return;  // a link to the file itself goes
   const std::string path = Below(storeDirectory, parts, parts.size());
   durability.FileGoes(CKitFile::NormalizeFileName(path));
   bool changed = CKitFile::RemoveEx(path);

@@ -12,8 +12,9 @@ namespace attachmentfiles {
 // A path as a record stores it: one inside the store directory is kept relative to it, with "\"
 // between components; any other is kept whole.
 std::string ToStored(const std::string& storeDirectory, const std::string& path);
-// The full native path of a stored name. A relative name that would lead out of the store ("..")
-// gives "": there is no such file.
+// The full native path of a stored name. "", for there is no such file, of a name that would lead
+// elsewhere than it says: a relative one with "..", or through a link or to one; a whole path of
+// another platform, or with "..".
 std::string ToFull(const std::string& storeDirectory, const std::string& stored);
 
 // Where a stored name leads, as text alone.
@@ -47,7 +48,8 @@ std::uint64_t Length(const std::string& path);
 // An empty file, booked likewise.
 void CreateEmpty(const std::string& target, CMSDurability& durability);
 // Removes the file and then, from the deepest up, the directories of its store-relative path that
-// are empty. A file outside the store is removed alone. Nothing happens when it is gone already.
+// are empty. A file outside the store, by a whole path of the client's own, is removed alone.
+// Nothing happens when it is gone already, or when a directory on the way is a link.
 void Remove(const std::string& storeDirectory, const std::string& stored,
             CMSDurability& durability);
 // All of them; a file that cannot be removed does not keep the others, and is thrown last.

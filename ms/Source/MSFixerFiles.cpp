@@ -77,6 +77,11 @@ void CFixer::CJob::SaveFile(const CDBEntry& row) {
                    attachmentfiles::ToFull(m_store, stored), ""};
   if (!Tree().Has(saved.stored)) return;
   const std::string directory = CKitFile::Join(m_store, kSavedDirectory);
+  if (CKitFile::Info(directory).isLink) {  // nobody knows where to
+    Dispatch(severity::Error,
+             "Repairing MS - error copying file (" + saved.from + " to " + directory + ")", 129);
+    return;
+  }
   const std::string base = CKitFile::BaseName(saved.from);
   const std::string extension = CKitFile::Extension(saved.from);
   saved.to = CKitFile::Join(directory, base + extension);

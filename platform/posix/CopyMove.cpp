@@ -93,7 +93,7 @@ Status PosixFileSystem::Copy(const std::string& from, const std::string& to, boo
 
   Handle target = OpenPath(to, O_WRONLY | O_CREAT | O_EXCL);
   const bool made = target.Valid();
-  if (!made && errno == EEXIST && overwrite) target = OpenPath(to, O_WRONLY);
+  if (!made && errno == EEXIST && overwrite) target = OpenPath(to, O_WRONLY | O_NOFOLLOW);
   if (!target.Valid()) return LastStatus();
   const Status status = Fill(source, state, std::move(target));
   if (!status.Ok() && made && ::unlink(to.c_str()) != 0) return LastStatus();

@@ -30,6 +30,7 @@ int OpenFlags(const OpenOptions& options) {
   if (options.disposition != Disposition::OpenExisting) flags |= O_CREAT;
   if (options.disposition == Disposition::CreateNew) flags |= O_EXCL;
   if (options.writeThrough) flags |= O_DSYNC;
+  if (options.disposition == Disposition::CreateAlways) flags |= O_NOFOLLOW;
   return flags;
 }
 
@@ -66,14 +67,15 @@ Status PosixFileSystem::Open(const std::string& path, const OpenOptions& options
 Status PosixFileSystem::GetInfo(const std::string& path, FileInfo& info) {
   info = {};
   struct stat state;
-  if (::stat(path.c_str(), &state) != 0) {
-    const int error = errno;
-    if (::lstat(path.c_str(), &state) != 0) {
-      return StatusOf(error).Why() == Cause::NotFound ? Status() : StatusOf(error);
-    }
-    if (!S_ISLNK(state.st_mode)) return StatusOf(error);
+  if (::lstat(path.c_str(), &state) != 0) {
+    const Status status = LastStatus();
+    return status.Why() == Cause::NotFound ? Status() : status;
   }
+  const bool isLink = S_ISLNK(state.st_mode);
+  // What a dangling one leads to leaves the link's own state in place.
+  if (struct stat target; isLink && ::stat(path.c_str(), &target) == 0) state = target;
   info = InfoOf(state);
+  info.isLink = isLink;
   return {};
 }
 

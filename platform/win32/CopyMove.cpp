@@ -1,5 +1,6 @@
 // What gives files other names and places, or takes them away.
 #include "platform/win32/FileSystem.h"
+#include "platform/win32/OpenFile.h"
 #include "platform/win32/Patience.h"
 #include "platform/win32/Wide.h"
 
@@ -9,6 +10,7 @@ namespace platform::win32 {
 // of its copy.
 Status Win32FileSystem::Copy(const std::string& from, const std::string& to, bool overwrite) {
   const std::wstring source = WidePath(from), target = WidePath(to);
+  if (overwrite && IsLink(target)) return StatusOf(ERROR_CANT_RESOLVE_FILENAME);
   if (!::CopyFileW(source.c_str(), target.c_str(), !overwrite)) return LastStatus();
   return SetAttributes(to, attribute::Archive);
 }

@@ -50,12 +50,6 @@ bool IsDots(const std::string& name) {
   return name == "." || name == "..";
 }
 
-// Of a path that leads nowhere: whether the last step is a link.
-bool IsLink(const std::wstring& path) {
-  const DWORD attributes = ::GetFileAttributesW(path.c_str());
-  return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
-}
-
 // Only an administrator may flush a volume, and not every kind of volume can be.
 Status OfVolume(DWORD error) {
   switch (error) {
@@ -74,9 +68,11 @@ Status Win32FileSystem::Open(const std::string& path, const OpenOptions& options
                              std::unique_ptr<File>& file) {
   const bool empties = options.disposition == Disposition::CreateAlways;
   const bool writes = options.access == Access::ReadWrite || empties;
+  const std::wstring wide = WidePath(path);
+  if (empties && IsLink(wide)) return StatusOf(ERROR_CANT_RESOLVE_FILENAME);
   const DWORD access = writes ? GENERIC_READ | GENERIC_WRITE : GENERIC_READ;
   const DWORD through = options.writeThrough ? FILE_FLAG_WRITE_THROUGH : 0;
-  Handle handle(::CreateFileW(WidePath(path).c_str(), access, SharingOf(options.sharing), nullptr,
+  Handle handle(::CreateFileW(wide.c_str(), access, SharingOf(options.sharing), nullptr,
                               CreationOf(options.disposition), FILE_ATTRIBUTE_NORMAL | through,
                               nullptr));
   if (!handle.Valid()) return LastStatus();
@@ -91,11 +87,12 @@ Status Win32FileSystem::Open(const std::string& path, const OpenOptions& options
 Status Win32FileSystem::GetInfo(const std::string& path, FileInfo& info) {
   info = {};
   const std::wstring wide = WidePath(path);
+  const bool isLink = IsLink(wide);
   const Handle handle = OpenToAsk(wide);
-  if (handle.Valid()) return InfoOf(handle, info);
-  const Status status = LastStatus();
-  if (status.Why() != Cause::NotFound) return status;
-  if (IsLink(wide)) info.kind = FileKind::Link;
+  const Status status = handle.Valid() ? InfoOf(handle, info) : LastStatus();
+  if (!status.Ok() && status.Why() != Cause::NotFound) return status;
+  if (isLink && !handle.Valid()) info.kind = FileKind::Link;
+  info.isLink = isLink;
   return {};
 }
 

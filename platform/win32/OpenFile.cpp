@@ -64,6 +64,11 @@ Status InfoOf(const Handle& file, FileInfo& info) {
   return {};
 }
 
+bool IsLink(const std::wstring& path) {
+  const DWORD attributes = ::GetFileAttributesW(path.c_str());
+  return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
+}
+
 Status OpenFile::Read(std::uint64_t offset, void* data, std::size_t size, std::size_t& done) {
   done = 0;
   while (done < size) {

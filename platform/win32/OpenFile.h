@@ -18,6 +18,8 @@ struct Unmap {
 using Mapping = std::unique_ptr<void, Unmap>;
 
 Status InfoOf(const Handle& file, FileInfo& info);
+// Whether the last step of the path is one, wherever it leads.
+bool IsLink(const std::wstring& path);
 
 // The views of one open file. The system writes out what was changed through a view only when it is
 // asked to for that view; flushing the file does not do it.
