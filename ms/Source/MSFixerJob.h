@@ -118,6 +118,7 @@ class CFixer::CJob {
                     const CMaintenanceLog::Counts& found);
 
   std::uint32_t IssueID();
+  std::uint32_t IssueObjectID();
   void RollbackUncommited();
   void ProcessInvalidID();
   void Remap(CDBEntry row, std::uint32_t shown, const char* detail, const char* event, int line,

@@ -38,6 +38,16 @@ std::uint32_t CFixer::CJob::IssueID() {
   return ++m_lastID;
 }
 
+// The counter goes on beyond the IDs that objects may have; a repair that gets there ends with the
+// counter's own error.
+std::uint32_t CFixer::CJob::IssueObjectID() {
+  std::uint32_t id = 0;
+  do {
+    id = IssueID();
+  } while (id > kMaxObjectID);
+  return id;
+}
+
 void CFixer::CJob::EraseRows(EObjectType type, const std::vector<bool>& slots) {
   std::erase_if(m_table.Rows(), [&](const CDBEntry& row) {
     return row.Type == type && row.Slot < slots.size() && slots[row.Slot];
@@ -93,9 +103,7 @@ void CFixer::CJob::ProcessInvalidID() {
 void CFixer::CJob::Remap(CDBEntry row, std::uint32_t shown, const char* detail, const char* event,
                          int line, std::vector<CDBEntry>& remapped) {
   const CUID old{shown, row.Type, row.Slot};
-  do {
-    row.ID = IssueID();
-  } while (row.ID > kMaxObjectID);
+  row.ID = IssueObjectID();
   if (row.PID == 0) row.PID = kNoID;
   m_remapped.emplace(KeyOf(old.Type, old.ID), row.ID);
   remapped.push_back(row);
@@ -155,7 +163,7 @@ void CFixer::CJob::CreateFolder(std::size_t role) {
   const auto slot =
       static_cast<std::uint32_t>(std::find(rows.begin(), rows.end(), nullptr) - rows.begin());
   if (slot == rows.size()) file.Grow(kGrowthStep);
-  const std::uint32_t id = role == kRoot ? kRootID : IssueID();
+  const std::uint32_t id = role == kRoot ? kRootID : IssueObjectID();
   CMSContainerHead head;
   head.key = id;
   file.WriteHead(slot, head);
