@@ -287,9 +287,12 @@ class Checker {
     }
     Expect(values["[maintenance]state"] == "closed", "ms3.db: state");
     Expect(values["[maintenance]repairrequest"] != "1", "ms3.db: request for repair");
+    // A signed number of 32 bits, whose upper half stands for the greater IDs.
     const std::string& last = values["[messagestore]lastid"];
-    Expect(last.find_first_not_of("0123456789") == last.npos && last.size() < 11 &&
-               std::strtoul(last.c_str(), nullptr, 10) >= (m_ids.empty() ? 1 : *m_ids.rbegin()),
+    Expect(last.find_first_not_of("0123456789", last.starts_with('-') ? 1 : 0) == last.npos &&
+               last.size() < 12 &&
+               static_cast<std::uint32_t>(std::strtoll(last.c_str(), nullptr, 10)) >=
+                   (m_ids.empty() ? 1 : *m_ids.rbegin()),
            "ms3.db: last ID ", last);
     const std::string& size = values["[messagestore]size"];
     Expect(size == std::to_string(m_size) || (size.empty() && m_size == 0), "ms3.db: size ", size,
