@@ -243,8 +243,11 @@ void CMSRecordFile::CheckInvariants() const {
   for (std::uint32_t at = H().FI; at != kNoContainer; at = Container(at).next, ++free) {
     require(at < H().TC && free < H().TC, "the chain of free containers leads astray");
     require(Container(at).previous == previous, "a free container's previous link is wrong");
-    require(Container(at).key == 0 || (H().R1 & CMSFileHeader::kZeroFreed) == 0,
-            "a free container has a key");
+    require((H().R1 & CMSFileHeader::kZeroFreed) == 0 ||
+                (Container(at).key == 0 &&
+                 std::all_of(Data(at), Data(at) + m_dataSize,
+                             [](std::byte byte) { return byte == std::byte{0}; })),
+            "a free container is not zero");
     previous = at;
   }
   require(free == H().TC - H().UC, "the chain of free containers has another length");
