@@ -1,6 +1,7 @@
 // backup: the letters of a store, kept in a second one.
 #include <charconv>
 #include <limits>
+#include <optional>
 
 #include "BackupJob.h"
 #include "CommandLine.h"
@@ -30,7 +31,8 @@ struct Options {
   BackupJob job;
   std::string since;
   std::string minSize;
-  CLI::Option* minCount = nullptr;
+  std::optional<std::uint32_t> minCount;
+  std::optional<std::uint32_t> batch;
   bool planOnly = false;
   bool mirror = false;
 };
@@ -90,7 +92,9 @@ int Backup(const std::string& directory, const Options& options) {
   settings.SizeRule = !options.minSize.empty();
   if (settings.SizeRule) settings.Size = ReadSize(options.minSize);
   // Without rules a backup is always due: that of a store without letters makes the folders.
-  settings.CountRule = options.minCount->count() != 0 || !settings.SizeRule;
+  settings.CountRule = options.minCount || !settings.SizeRule;
+  if (options.minCount) settings.Count = *options.minCount;
+  if (options.batch) settings.LettersPerPromise = *options.batch;
   return RunBackup(job);
 }
 
@@ -98,28 +102,19 @@ int Backup(const std::string& directory, const Options& options) {
 
 void AddBackup(CommandLine& line) {
   const auto options = std::make_shared<Options>();
-  CLI::App* sub = line.Add("backup", "Bring a second store, the backup, up to date",
-                           [&line, options] { return Backup(line.store, *options); });
-  sub->add_option("TARGET", options->job.to, "The backup's directory")->required()->type_name("");
-  sub->add_option("--folder", options->job.folder, "Only this folder with all below it")
-      ->type_name("FOLDER");
-  sub->add_option("--since", options->since, "Only letters created on that day or later")
-      ->type_name("YYYY-MM-DD");
-  sub->add_flag("--dry-run", options->planOnly, "Tell what would be done, and do nothing");
-  sub->add_flag("--mirror", options->mirror, "Remove from TARGET what is gone from STORE");
-  options->minCount = sub->add_option_function<std::uint32_t>(
-      "--min-count", [options](std::uint32_t count) { options->job.settings.Count = count; },
-      "Only when there are so many letters");
-  options->minCount->type_name("N");
-  sub->add_option("--min-size", options->minSize, "Only when they take so many bytes")
-      ->type_name("SIZE");
-  sub->add_option_function<std::uint32_t>(
-         "--batch",
-         [options](std::uint32_t count) { options->job.settings.LettersPerPromise = count; },
-         "Letters per promise to the medium (100)")
-      ->type_name("N");
-  sub->add_flag("--json", options->job.json, "Print JSON");
-  sub->footer(kRules);
+  Command command = line.Add("backup", "Bring a second store, the backup, up to date",
+                             [&line, options] { return Backup(line.store, *options); });
+  command.Word("TARGET", options->job.to, "The backup's directory");
+  command.Option("--folder", "FOLDER", options->job.folder, "Only this folder with all below it");
+  command.Option("--since", "YYYY-MM-DD", options->since,
+                 "Only letters created on that day or later");
+  command.Flag("--dry-run", options->planOnly, "Tell what would be done, and do nothing");
+  command.Flag("--mirror", options->mirror, "Remove from TARGET what is gone from STORE");
+  command.Option("--min-count", "N", options->minCount, "Only when there are so many letters");
+  command.Option("--min-size", "SIZE", options->minSize, "Only when they take so many bytes");
+  command.Option("--batch", "N", options->batch, "Letters per promise to the medium (100)");
+  command.Flag("--json", options->job.json, "Print JSON");
+  command.Footer(kRules);
 }
 
 }  // namespace tool

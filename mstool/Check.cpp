@@ -99,11 +99,11 @@ int Check(const std::string& directory, const Options& options) {
 
 void AddCheck(CommandLine& line) {
   const auto options = std::make_shared<Options>();
-  CLI::App* sub = line.Add("check", "Whether the store needs a repair, without changing it",
-                           [&line, options] { return Check(line.store, *options); });
-  sub->add_flag("--deep", options->deep, "Look at the files of attachments, too");
-  sub->add_flag("--json", options->json, "Print JSON");
-  sub->footer(kRules);
+  Command command = line.Add("check", "Whether the store needs a repair, without changing it",
+                             [&line, options] { return Check(line.store, *options); });
+  command.Flag("--deep", options->deep, "Look at the files of attachments, too");
+  command.Flag("--json", options->json, "Print JSON");
+  command.Footer(kRules);
 }
 
 }  // namespace tool

@@ -78,15 +78,13 @@ int Copy(const std::string& directory, const Options& options) {
 
 void AddCopy(CommandLine& line) {
   const auto options = std::make_shared<Options>();
-  CLI::App* sub = line.Add("cp", "Copy a letter into a folder",
-                           [&line, options] { return Copy(line.store, *options); });
-  sub->add_option("ID", options->letter, "Number of the letter")->required()->type_name("");
-  sub->add_option("FOLDER", options->target, "Where to; OTHERSTORE:FOLDER for another store's")
-      ->required()
-      ->type_name("");
-  sub->add_flag("--missing", options->missing,
-                "Copy the letter without files of it that are missing in STORE");
-  sub->footer(
+  Command command = line.Add("cp", "Copy a letter into a folder",
+                             [&line, options] { return Copy(line.store, *options); });
+  command.Word("ID", options->letter, "Number of the letter");
+  command.Word("FOLDER", options->target, "Where to; OTHERSTORE:FOLDER for another store's");
+  command.Flag("--missing", options->missing,
+               "Copy the letter without files of it that are missing in STORE");
+  command.Footer(
       "The copy has a number of its own, which is printed, and is else the same in all: one of a\n"
       "letter in the trash is marked as deleted, too.");
 }

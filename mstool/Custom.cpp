@@ -54,16 +54,15 @@ void RefuseReserved(const Options& options) {
 
 void AddCustom(CommandLine& line) {
   const auto options = std::make_shared<Options>();
-  CLI::App* sub = line.Add("custom", "Read or write client data of the store", [&line, options] {
+  Command command = line.Add("custom", "Read or write client data of the store", [&line, options] {
     if (!options->value) return Read(line.store, *options);
     RefuseReserved(*options);
     return Write(line.store, *options);
   });
-  sub->add_option("SECTION", options->section, "Section")->required()->type_name("");
-  sub->add_option("KEY", options->key, "Key")->required()->type_name("");
-  sub->add_option("VALUE", options->value, "Value to write; without it the value is printed")
-      ->type_name("");
-  sub->add_flag("--json", options->json, "Print JSON");
+  command.Word("SECTION", options->section, "Section");
+  command.Word("KEY", options->key, "Key");
+  command.Word("VALUE", options->value, "Value to write; without it the value is printed");
+  command.Flag("--json", options->json, "Print JSON");
 }
 
 }  // namespace tool

@@ -63,9 +63,9 @@ int Dump(const std::string& directory) {
 
 void AddDump(CommandLine& line) {
   const auto ignored = std::make_shared<bool>(false);
-  CLI::App* sub =
+  Command command =
       line.Add("dump", "The whole store as JSON", [&line, ignored] { return Dump(line.store); });
-  sub->add_flag("--json", *ignored, "Accepted, as by the other commands; there is no other form");
+  command.Flag("--json", *ignored, "Accepted, as by the other commands; there is no other form");
 }
 
 }  // namespace tool

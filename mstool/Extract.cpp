@@ -83,15 +83,13 @@ int Extract(const std::string& directory, const Options& options) {
 
 void AddExtract(CommandLine& line) {
   const auto options = std::make_shared<Options>();
-  CLI::App* sub =
+  Command command =
       line.Add("extract", "Copy a letter's files, its text among them, into a directory",
                [&line, options] { return Extract(line.store, *options); });
-  sub->add_option("ID", options->letter, "Number of the letter")->required()->type_name("");
-  sub->add_option("DIR", options->directory,
-                  "Directory, made when missing; files in it are never overwritten")
-      ->required()
-      ->type_name("");
-  sub->add_flag("--json", options->json, "Print JSON");
+  command.Word("ID", options->letter, "Number of the letter");
+  command.Word("DIR", options->directory,
+               "Directory, made when missing; files in it are never overwritten");
+  command.Flag("--json", options->json, "Print JSON");
 }
 
 }  // namespace tool

@@ -43,12 +43,10 @@ int Find(const std::string& directory, const Options& options) {
 
 void AddFind(CommandLine& line) {
   const auto options = std::make_shared<Options>();
-  CLI::App* sub = line.Add("find", "The recipient with a packet name",
-                           [&line, options] { return Find(line.store, *options); });
-  sub->add_option("PACKET", options->packet, "Packet name; its first 12 characters count")
-      ->required()
-      ->type_name("");
-  sub->add_flag("--json", options->json, "Print JSON");
+  Command command = line.Add("find", "The recipient with a packet name",
+                             [&line, options] { return Find(line.store, *options); });
+  command.Word("PACKET", options->packet, "Packet name; its first 12 characters count");
+  command.Flag("--json", options->json, "Print JSON");
 }
 
 }  // namespace tool

@@ -56,9 +56,9 @@ int Folders(const std::string& directory, bool json) {
 
 void AddFolders(CommandLine& line) {
   const auto json = std::make_shared<bool>(false);
-  CLI::App* sub = line.Add("folders", "The tree of folders with its counts",
-                           [&line, json] { return Folders(line.store, *json); });
-  sub->add_flag("--json", *json, "Print JSON");
+  Command command = line.Add("folders", "The tree of folders with its counts",
+                             [&line, json] { return Folders(line.store, *json); });
+  command.Flag("--json", *json, "Print JSON");
 }
 
 }  // namespace tool

@@ -118,16 +118,15 @@ int Import(const std::string& directory, const Options& options) {
 
 void AddImport(CommandLine& line) {
   const auto options = std::make_shared<Options>();
-  CLI::App* sub = line.Add("import", "Import letters from mbox files, Maildirs and .eml files",
-                           [&line, options] { return Import(line.store, *options); });
-  sub->add_option("SOURCE", options->sources, "Files and directories")->required()->type_name("");
-  sub->add_option("--into", options->into, "Target folder instead of INBOX; made when missing")
-      ->type_name("PATH");
-  sub->add_option("--batch", options->batch,
-                  "Letters per promise to the medium (100); 0: one promise at the end")
-      ->type_name("N");
-  sub->add_flag("-v,--verbose", options->verbose, "List the files that were skipped");
-  sub->footer(kRules);
+  Command command = line.Add("import", "Import letters from mbox files, Maildirs and .eml files",
+                             [&line, options] { return Import(line.store, *options); });
+  command.Words("SOURCE", options->sources, "Files and directories");
+  command.Option("--into", "PATH", options->into,
+                 "Target folder instead of INBOX; made when missing");
+  command.Option("--batch", "N", options->batch,
+                 "Letters per promise to the medium (100); 0: one promise at the end");
+  command.Flag("-v,--verbose", options->verbose, "List the files that were skipped");
+  command.Footer(kRules);
 }
 
 }  // namespace tool

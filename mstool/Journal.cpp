@@ -44,10 +44,10 @@ int Journal(const std::string& directory, bool json) {
 
 void AddJournal(CommandLine& line) {
   const auto json = std::make_shared<bool>(false);
-  CLI::App* sub = line.Add("journal", "The reports of damage, oldest first",
-                           [&line, json] { return Journal(line.store, *json); });
-  sub->add_flag("--json", *json, "Print JSON");
-  sub->footer(kRules);
+  Command command = line.Add("journal", "The reports of damage, oldest first",
+                             [&line, json] { return Journal(line.store, *json); });
+  command.Flag("--json", *json, "Print JSON");
+  command.Footer(kRules);
 }
 
 }  // namespace tool

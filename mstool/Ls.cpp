@@ -82,10 +82,10 @@ int Ls(const std::string& directory, const Options& options) {
 
 void AddLs(CommandLine& line) {
   const auto options = std::make_shared<Options>();
-  CLI::App* sub = line.Add("ls", "A folder's letters, newest last (* unread, ! undelivered)",
-                           [&line, options] { return Ls(line.store, *options); });
-  sub->add_option("FOLDER", options->folder, "Path or number")->required()->type_name("");
-  sub->add_flag("--json", options->json, "Print JSON");
+  Command command = line.Add("ls", "A folder's letters, newest last (* unread, ! undelivered)",
+                             [&line, options] { return Ls(line.store, *options); });
+  command.Word("FOLDER", options->folder, "Path or number");
+  command.Flag("--json", options->json, "Print JSON");
 }
 
 }  // namespace tool

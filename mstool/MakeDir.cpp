@@ -41,12 +41,12 @@ int MakeDir(const std::string& directory, const Options& options) {
 
 void AddMakeDir(CommandLine& line) {
   const auto options = std::make_shared<Options>();
-  CLI::App* sub = line.Add(
+  Command command = line.Add(
       "mkdir", "Make a folder and print its number (the bare number when no terminal reads)",
       [&line, options] { return MakeDir(line.store, *options); });
-  sub->add_option("PATH", options->path, "Such as INBOX/lists")->required()->type_name("");
-  sub->add_flag("-p,--parents", options->parents,
-                "Make missing folders on the way too; be content when it is there");
+  command.Word("PATH", options->path, "Such as INBOX/lists");
+  command.Flag("-p,--parents", options->parents,
+               "Make missing folders on the way too; be content when it is there");
 }
 
 }  // namespace tool

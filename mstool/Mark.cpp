@@ -63,12 +63,12 @@ int Mark(const std::string& directory, const Options& options) {
 
 void AddMark(CommandLine& line) {
   const auto options = std::make_shared<Options>();
-  CLI::App* sub = line.Add("mark", "Mark letters as read, unread or deleted",
-                           [&line, options] { return Mark(line.store, *options); });
-  sub->add_option("ID", options->letters, "Numbers of letters")->required()->type_name("");
-  CLI::Option* read = sub->add_flag("--read", options->read, "All of their files count as read");
-  sub->add_flag("--unread", options->unread, "They count as unread")->excludes(read);
-  sub->add_flag("--deleted", options->deleted, "They are deleted but stay where they are");
+  Command command = line.Add("mark", "Mark letters as read, unread or deleted",
+                             [&line, options] { return Mark(line.store, *options); });
+  command.Words("ID", options->letters, "Numbers of letters");
+  command.Flag("--read", options->read, "All of their files count as read");
+  command.Flag("--unread", options->unread, "They count as unread", "--read");
+  command.Flag("--deleted", options->deleted, "They are deleted but stay where they are");
 }
 
 }  // namespace tool

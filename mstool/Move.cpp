@@ -47,14 +47,10 @@ int Move(const std::string& directory, const Options& options) {
 
 void AddMove(CommandLine& line) {
   const auto options = std::make_shared<Options>();
-  CLI::App* sub = line.Add("mv", "Move a letter or a folder into a folder",
-                           [&line, options] { return Move(line.store, *options); });
-  sub->add_option("WHAT", options->what, "Number of a letter; path or number of a folder")
-      ->required()
-      ->type_name("");
-  sub->add_option("FOLDER", options->target, "Where to; / is the top level")
-      ->required()
-      ->type_name("");
+  Command command = line.Add("mv", "Move a letter or a folder into a folder",
+                             [&line, options] { return Move(line.store, *options); });
+  command.Word("WHAT", options->what, "Number of a letter; path or number of a folder");
+  command.Word("FOLDER", options->target, "Where to; / is the top level");
 }
 
 }  // namespace tool

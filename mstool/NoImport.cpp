@@ -14,9 +14,9 @@ namespace {
 }  // namespace
 
 void AddImport(CommandLine& line) {
-  CLI::App* sub = line.Add("import", "Not in this build: importing needs the mail library GMime",
-                           [] { return Refuse(); });
-  sub->allow_extras();
+  Command command = line.Add("import", "Not in this build: importing needs the mail library GMime",
+                             [] { return Refuse(); });
+  command.Anything();
 }
 
 }  // namespace tool

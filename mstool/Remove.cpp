@@ -85,12 +85,10 @@ int Remove(const std::string& directory, const Options& options) {
 
 void AddRemove(CommandLine& line) {
   const auto options = std::make_shared<Options>();
-  CLI::App* sub = line.Add("rm", "Move letters and folders to the trash, or remove them",
-                           [&line, options] { return Remove(line.store, *options); });
-  sub->add_option("WHAT", options->what, "Numbers of letters; paths or numbers of folders")
-      ->required()
-      ->type_name("");
-  sub->add_flag("--purge", options->purge, "Remove for good, with everything below a folder");
+  Command command = line.Add("rm", "Move letters and folders to the trash, or remove them",
+                             [&line, options] { return Remove(line.store, *options); });
+  command.Words("WHAT", options->what, "Numbers of letters; paths or numbers of folders");
+  command.Flag("--purge", options->purge, "Remove for good, with everything below a folder");
 }
 
 }  // namespace tool

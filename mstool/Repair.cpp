@@ -210,15 +210,14 @@ int Repair(const std::string& directory, const Options& options) {
 
 void AddRepair(CommandLine& line) {
   const auto options = std::make_shared<Options>();
-  CLI::App* sub = line.Add("repair", "Mend a damaged store; the old files are kept",
-                           [&line, options] { return Repair(line.store, *options); });
-  sub->add_option("--log", options->log, "Append the log of the repair to this file")
-      ->type_name("FILE");
-  sub->add_flag("--renew-headers", options->renewHeaders,
-                "Replace destroyed headers of record files");
-  sub->add_flag("--dry-run", options->dryRun, "Tell what would be mended, and change nothing");
-  sub->add_flag("--json", options->json, "Print JSON");
-  sub->footer(kRules);
+  Command command = line.Add("repair", "Mend a damaged store; the old files are kept",
+                             [&line, options] { return Repair(line.store, *options); });
+  command.Option("--log", "FILE", options->log, "Append the log of the repair to this file");
+  command.Flag("--renew-headers", options->renewHeaders,
+               "Replace destroyed headers of record files");
+  command.Flag("--dry-run", options->dryRun, "Tell what would be mended, and change nothing");
+  command.Flag("--json", options->json, "Print JSON");
+  command.Footer(kRules);
 }
 
 }  // namespace tool

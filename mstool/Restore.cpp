@@ -14,7 +14,7 @@ constexpr const char* kRules =
 
 void AddRestore(CommandLine& line) {
   const auto job = std::make_shared<BackupJob>();
-  CLI::App* sub = line.Add(
+  Command command = line.Add(
       "restore", "Put letters of a backup back into a store",
       [&line, job] {
         job->from = line.store;
@@ -22,15 +22,11 @@ void AddRestore(CommandLine& line) {
         job->settings.CountRule = true;
         return RunBackup(*job);
       },
-      "TARGET");
-  sub->get_option("TARGET")->description("The backup's directory");
-  sub->add_option("STORE", job->to, "The directory of the store to restore to")
-      ->required()
-      ->type_name("");
-  sub->add_option("--folder", job->folder, "Only this folder of TARGET with all below it")
-      ->type_name("FOLDER");
-  sub->add_flag("--json", job->json, "Print JSON");
-  sub->footer(kRules);
+      "TARGET", "The backup's directory");
+  command.Word("STORE", job->to, "The directory of the store to restore to");
+  command.Option("--folder", "FOLDER", job->folder, "Only this folder of TARGET with all below it");
+  command.Flag("--json", job->json, "Print JSON");
+  command.Footer(kRules);
 }
 
 }  // namespace tool

@@ -133,10 +133,10 @@ int Show(const std::string& directory, const Options& options) {
 
 void AddShow(CommandLine& line) {
   const auto options = std::make_shared<Options>();
-  CLI::App* sub = line.Add("show", "One letter: header, recipients, attachments, text",
-                           [&line, options] { return Show(line.store, *options); });
-  sub->add_option("ID", options->letter, "Number of the letter")->required()->type_name("");
-  sub->add_flag("--json", options->json, "Print JSON");
+  Command command = line.Add("show", "One letter: header, recipients, attachments, text",
+                             [&line, options] { return Show(line.store, *options); });
+  command.Word("ID", options->letter, "Number of the letter");
+  command.Flag("--json", options->json, "Print JSON");
 }
 
 }  // namespace tool

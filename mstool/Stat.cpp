@@ -192,9 +192,9 @@ int Stat(const std::string& directory, bool json) {
 
 void AddStat(CommandLine& line) {
   const auto json = std::make_shared<bool>(false);
-  CLI::App* sub = line.Add("stat", "Header values and fill of each file, sizes, counts",
-                           [&line, json] { return Stat(line.store, *json); });
-  sub->add_flag("--json", *json, "Print JSON");
+  Command command = line.Add("stat", "Header values and fill of each file, sizes, counts",
+                             [&line, json] { return Stat(line.store, *json); });
+  command.Flag("--json", *json, "Print JSON");
 }
 
 }  // namespace tool

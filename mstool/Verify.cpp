@@ -189,14 +189,14 @@ int Verify(const std::string& directory, const Options& options) {
 
 void AddVerify(CommandLine& line) {
   const auto options = std::make_shared<Options>();
-  CLI::App* sub = line.Add("verify", "Compare a store with its backup",
-                           [&line, options] { return Verify(line.store, *options); });
-  sub->add_option("TARGET", options->target, "The backup's directory")->required()->type_name("");
-  sub->add_option("--folder", options->folder, "Only this folder of STORE with all below it")
-      ->type_name("FOLDER");
-  sub->add_flag("--exact", options->exact, "What only TARGET holds is a difference, too");
-  sub->add_flag("--json", options->json, "Print JSON");
-  sub->footer(kRules);
+  Command command = line.Add("verify", "Compare a store with its backup",
+                             [&line, options] { return Verify(line.store, *options); });
+  command.Word("TARGET", options->target, "The backup's directory");
+  command.Option("--folder", "FOLDER", options->folder,
+                 "Only this folder of STORE with all below it");
+  command.Flag("--exact", options->exact, "What only TARGET holds is a difference, too");
+  command.Flag("--json", options->json, "Print JSON");
+  command.Footer(kRules);
 }
 
 }  // namespace tool
