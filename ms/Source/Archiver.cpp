@@ -311,6 +311,7 @@ std::unique_ptr<CMSLetterCopy> CMSArchiver::CloneDocument(const CMSDocument& doc
     } catch (...) {
       const CFailure failure = FailureOfLetter();
       if (target.IsReadOnly()) throw;  // its medium failed
+      if (!document) return {};        // another thread has deleted it: there is nothing to copy
       const int answer = Report(failure.code, document.ID(), failure.text);
       if (answer == kAnswerCancel || answer == kAnswerAbort) throw XInterrupted();
       if (answer == kAnswerRetry) continue;

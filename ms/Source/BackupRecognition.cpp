@@ -105,9 +105,15 @@ void CMSBackupRecognition::VoteByFolders() {
     if (entry.kind != CMSObjectType::Folder) continue;
     const CMSFolder folder = m_source.GetFolder(entry.source);
     const CMSFolder copy = m_target.GetFolder(entry.target);
-    if (!folder || !copy || MSF::IsPredefinedType(folder.Type())) continue;
-    ++known;
-    if (folder.Name() == copy.Name()) ++agreed;
+    if (!folder || !copy) continue;
+    try {
+      if (MSF::IsPredefinedType(folder.Type())) continue;
+      const bool agrees = folder.Name() == copy.Name();
+      ++known;
+      if (agrees) ++agreed;
+    } catch (const XKitMsg&) {
+      // Nor has one that another thread has deleted.
+    }
   }
   m_isMapOfSource = agreed * 2 >= known;
 }

@@ -135,14 +135,20 @@ void CMSBackupRun::PlaceFolders(const std::vector<CMSArchiver::CFolderEntry>& fo
   if (!Has(kBackupAddOnly)) Align(root, m_source.Root(), nowhere);
   m_folders.emplace(kRoot, root);
   m_taken.insert(root.ID());
-  for (const auto& entry : folders) PlaceFolder(entry);
+  for (const auto& entry : folders) {
+    const CMSFolder folder = m_source.GetFolder(entry.Folder);
+    if (!folder) continue;
+    try {
+      PlaceFolder(folder, entry);
+    } catch (const XKitStatus&) {
+      if (folder) throw;  // else another thread has deleted it
+    }
+  }
   Settle();
 }
 
 // A folder belongs where it says, if that is backed up, else where it was found.
-void CMSBackupRun::PlaceFolder(const CMSArchiver::CFolderEntry& entry) {
-  const CMSFolder folder = m_source.GetFolder(entry.Folder);
-  if (!folder) return;
+void CMSBackupRun::PlaceFolder(const CMSFolder& folder, const CMSArchiver::CFolderEntry& entry) {
   CMSFolder parent = CopyOf(static_cast<std::uint32_t>(folder.ParentID()));
   if (!parent) parent = CopyOf(entry.Under);
   if (!parent) return;
@@ -231,7 +237,10 @@ void CMSBackupRun::Copy(const CMSArchiver::CBackupEntry& entry, const CMSBackupD
   MarkBegun();
   std::uint64_t stamp = 0;
   auto copy = m_archiver.CloneDocument(letter, folder, replaces, stamp);
-  if (!copy) return Count(&CMSArchiver::CStatus::Failed, entry.Size);
+  if (!copy) {
+    using Status = CMSArchiver::CStatus;
+    return Count(letter ? &Status::Failed : &Status::Unchanged, entry.Size);
+  }
   const auto id = static_cast<std::uint32_t>(copy->Letter().ID());
   m_unfinished.push_back(std::move(copy));
   if (m_copied != nullptr) *m_copied = true;

@@ -47,7 +47,7 @@ class CMSBackupRun {
   void OpenTarget(const std::string& directory);
   void FinishLastRun();
   void ReserveFolders();
-  void PlaceFolder(const CMSArchiver::CFolderEntry& entry);
+  void PlaceFolder(const CMSFolder& folder, const CMSArchiver::CFolderEntry& entry);
 
   CMSFolder FindFolder(const CMSFolder& folder, const CMSFolder& parent);
   CMSFolder AmongChildren(const CMSFolder& folder, const CMSFolder& parent) const;
