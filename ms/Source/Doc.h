@@ -49,7 +49,8 @@ class MS_API CMSDocument : public CMSObject<CMSDocumentData> {
     unsigned int bit200 = 0;
   };
 
-  // A copy failed because the store could not hold one of its objects (reported and logged).
+  // A copy failed because the store could not hold one of its objects (reported and logged), or
+  // because another thread has deleted a part of it while it was being made.
   class MS_API XCloneError {};
 
   CMSDocument() = default;

@@ -93,17 +93,21 @@ class CrashRun {
     for (const bool opensFirst : {false, true}) {
       // A slice tries some states in one way only.
       if (!kFull && m_figures.states % 3 == (opensFirst ? 1 : 2)) continue;
-      ++m_figures.tries;
       WriteTree(m_place.Path(), files);
-      m_what = m_sequence + (opensFirst ? ", opened first" : "");
-      const std::string path = m_place / store;
-      m_refusal.clear();
-      if (opensFirst) OpenUnrepaired(path);
       const std::size_t failed = m_figures.failed;
-      Repair(path, before, after);
+      Check(m_place / store, opensFirst, before, after);
       if (then && m_figures.failed == failed) then();
       if (m_figures.failed > failed) Keep(files);
     }
+  }
+  // One try, on the store itself; it is left repaired.
+  void Check(const std::string& path, bool opensFirst, const LetterBook& before,
+             const LetterBook& after) {
+    ++m_figures.tries;
+    m_what = m_sequence + (opensFirst ? ", opened first" : "");
+    m_refusal.clear();
+    if (opensFirst) OpenUnrepaired(path);
+    Repair(path, before, after);
   }
   void Fail(const std::string& text) {
     ++m_figures.failed;

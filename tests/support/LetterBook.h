@@ -27,6 +27,8 @@ class LetterBook {
   const std::map<unsigned long, Object>& Objects() const { return m_objects; }
   bool operator==(const LetterBook&) const = default;
 
+  static Object Read(const CMSDocument& letter);
+
   // By subject what the letters hold, without IDs.
   std::map<std::string, std::multiset<std::string>> Contents() const {
     std::map<std::string, std::multiset<std::string>> contents;
@@ -41,6 +43,14 @@ class LetterBook {
       contents[object.at("subject")].insert(text);
     }
     return contents;
+  }
+  // The subject of a letter that the copy has fewer equals of; "" when there is none.
+  std::string MissingIn(const LetterBook& copy) const {
+    const auto copies = copy.Contents();
+    for (const auto& [subject, letters] : Contents())
+      if (copies.count(subject) == 0 || !std::ranges::includes(copies.at(subject), letters))
+        return subject;
+    return {};
   }
 
  private:
@@ -66,44 +76,50 @@ class LetterBook {
   // A letter that its client has not finished is nothing yet: a repair removes it.
   void Add(const CMSDocument& letter) {
     if (!letter.IsAction(docflag::Complete)) return;
-    Object& object = m_objects[letter.ID()];
-    if (!object.empty()) object["twice"] = "yes";
-    object["parent"] = Text(letter.ParentID());
-    object["subject"] = letter.Name().str();
-    object["path"] = letter.LetterPath().str();
-    object["number"] = letter.RegNumber().str();
-    object["created"] = Text(letter.CreationTime());
-    object["address"] = letter.ObsoleteSenderNetAddr().str();
-    object["idwg"] = letter.SenderIDWG().str();
-    object["station"] = letter.SenderWSName().str();
-    object["group"] = letter.SenderWGName().str();
-    object["user"] = letter.SenderUserName().str();
-    object["regnum"] = Text(letter.RegNum());
-    object["flag"] = Text(letter.Flag());
-    object["size"] = Text(letter.Size());
-    object["body"] = Text(letter.BodyID());
-    std::list<CMSAttachment> attachments;
-    letter.Attachments(attachments);
-    for (const CMSAttachment& one : attachments) {
-      const std::string id = Text(one.ID());
-      object[id + " name"] = one.Name().str() + "|" + one.AttachmentName().str();
-      object[id + " flag"] = Text(one.Flag());
-      object[id + " size"] = Text(one.Size());
-      object[id + " bytes"] = storecheck::ReadWhole(one.InternalFileName().str());
-    }
-    std::list<CMSRecipient> recipients;
-    letter.Recipients(recipients);
-    for (const CMSRecipient& one : recipients) {
-      const std::string id = Text(one.ID());
-      object[id + " packet"] = one.TransEnvFileName().str();
-      object[id + " user"] = one.UserName().str() + "|" + one.WSName().str();
-      object[id + " note"] = one.Annotation().str();
-      object[id + " flag"] = Text(one.Flag());
-    }
+    const bool isSecond = m_objects.count(letter.ID()) != 0;
+    Object& object = m_objects[letter.ID()] = Read(letter);
+    if (isSecond) object["twice"] = "yes";
   }
 
   std::map<unsigned long, Object> m_objects;
 };
+
+inline Object LetterBook::Read(const CMSDocument& letter) {
+  Object object;
+  object["parent"] = Text(letter.ParentID());
+  object["subject"] = letter.Name().str();
+  object["path"] = letter.LetterPath().str();
+  object["number"] = letter.RegNumber().str();
+  object["created"] = Text(letter.CreationTime());
+  object["address"] = letter.ObsoleteSenderNetAddr().str();
+  object["idwg"] = letter.SenderIDWG().str();
+  object["station"] = letter.SenderWSName().str();
+  object["group"] = letter.SenderWGName().str();
+  object["user"] = letter.SenderUserName().str();
+  object["regnum"] = Text(letter.RegNum());
+  object["flag"] = Text(letter.Flag());
+  object["size"] = Text(letter.Size());
+  object["body"] = Text(letter.BodyID());
+  std::list<CMSAttachment> attachments;
+  letter.Attachments(attachments);
+  for (const CMSAttachment& one : attachments) {
+    const std::string id = Text(one.ID());
+    object[id + " name"] = one.Name().str() + "|" + one.AttachmentName().str();
+    object[id + " flag"] = Text(one.Flag());
+    object[id + " size"] = Text(one.Size());
+    object[id + " bytes"] = storecheck::ReadWhole(one.InternalFileName().str());
+  }
+  std::list<CMSRecipient> recipients;
+  letter.Recipients(recipients);
+  for (const CMSRecipient& one : recipients) {
+    const std::string id = Text(one.ID());
+    object[id + " packet"] = one.TransEnvFileName().str();
+    object[id + " user"] = one.UserName().str() + "|" + one.WSName().str();
+    object[id + " note"] = one.Annotation().str();
+    object[id + " flag"] = Text(one.Flag());
+  }
+  return object;
+}
 
 // What became of the objects, when before was acknowledged and after was under way.
 struct Outcome {
