@@ -190,7 +190,7 @@ class Actor {
     CMSFolder folder = Target();
     const long flags = docflag::Complete | (Chance(2) ? docflag::Incoming : 0);
     CMSDocument letter = folder.CreateDocument(subject, number, "07.03.2024 09:30", "", "", "", "",
-                                               "", "user", flags, m_number + 1);
+                                               "", "user", flags, static_cast<long>(m_number) + 1);
     m_own.push_back({letter,
                      {{"subject", subject},
                       {"number", number},
