@@ -96,12 +96,14 @@ bool ChangeLocked(CachedProfile& entry, File& file, const EditMaker& make) {
 }
 
 // Whether the path still leads to the open file; another process may have replaced it while this
-// one waited.
-bool IsCurrent(const std::string& path, File& file) {
+// one waited. A look that fails is no reason to try again.
+Status Compare(const std::string& path, File& file, bool& isCurrent) {
   FileInfo there, open;
-  return Files().GetInfo(path, there).Ok() && file.GetInfo(open).Ok() &&
-         there.kind != FileKind::None && there.stamp.device == open.stamp.device &&
-         there.stamp.file == open.stamp.file;
+  if (const Status status = Files().GetInfo(path, there); !status.Ok()) return status;
+  if (const Status status = file.GetInfo(open); !status.Ok()) return status;
+  isCurrent = there.kind != FileKind::None && there.stamp.device == open.stamp.device &&
+              there.stamp.file == open.stamp.file;
+  return {};
 }
 
 Status OpenOrMake(const std::string& path, std::unique_ptr<File>& file, bool& made) {
@@ -126,11 +128,12 @@ bool Change(const std::string& path, const EditMaker& make) {
   if (!Exists(path) && !make(ProfileText())) return true;
   for (int attempt = 0; attempt < kUpdateAttempts; ++attempt) {
     std::unique_ptr<File> file;
-    bool made = false;
+    bool made = false, isCurrent = false;
     const Status status = OpenOrMake(path, file, made);
     if (status.Why() == Cause::AlreadyExists) continue;
     if (!status.Ok() || !file->LockForUpdate().Ok()) return false;
-    if (!IsCurrent(path, *file)) continue;
+    if (!Compare(path, *file, isCurrent).Ok()) return false;
+    if (!isCurrent) continue;
     const bool done = ChangeLocked(Cache().At(path), *file, make);
     // The empty file that was made to lock it; should it stay, it reads as no file does.
     if (!done && made) static_cast<void>(Files().Remove(path));
