@@ -125,14 +125,17 @@ Status OpenFile::Map(std::uint64_t length, Access access, std::unique_ptr<View>&
   if (length > info.length) return StatusOf(EINVAL);
   if (length > std::numeric_limits<std::size_t>::max()) return StatusOf(ENOMEM);
   if (length == 0) {
-    view = std::make_unique<MappedView>(nullptr, 0);
+    view = std::make_unique<MappedView>();
     return {};
   }
+  // Before the mapping, which would keep the file and its lock if there were no view to end it.
+  auto mapped = std::make_unique<MappedView>();
   const int protection = access == Access::Read ? PROT_READ : PROT_READ | PROT_WRITE;
   void* base =
       ::mmap(nullptr, static_cast<std::size_t>(length), protection, MAP_SHARED, m_handle.Get(), 0);
   if (base == MAP_FAILED) return LastStatus();
-  view = std::make_unique<MappedView>(base, length);
+  mapped->Take(base, length);
+  view = std::move(mapped);
   return {};
 }
 

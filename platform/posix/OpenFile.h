@@ -31,7 +31,9 @@ class OpenFile final : public File {
 
 class MappedView final : public View {
  public:
-  MappedView(void* base, std::uint64_t length) {
+  // Nothing yet.
+  MappedView() = default;
+  void Take(void* base, std::uint64_t length) {
     m_base = static_cast<std::byte*>(base);
     m_length = length;
   }
