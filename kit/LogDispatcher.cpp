@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstdio>
+#include <new>
 #include <string>
 
 #include "platform/Lasting.h"
@@ -45,6 +46,10 @@ int ReportLog(int severity, const char* text, const char* source, int line) {
 }
 
 void LogEvent(int severity, const char* text, const char* source, int line) {
-  WriteLogFormatted(text, "MS ", severity);
-  if (ReportLog(severity, text, source, line) == kBreakAnswer) platform::BreakIntoDebugger();
+  try {
+    WriteLogFormatted(text, "MS ", severity);
+    if (ReportLog(severity, text, source, line) == kBreakAnswer) platform::BreakIntoDebugger();
+  } catch (const std::bad_alloc&) {
+    // What is logged must not fail for the sake of the log.
+  }
 }

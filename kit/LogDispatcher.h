@@ -5,6 +5,8 @@
 // SetLogSink.
 #pragma once
 
+#include <exception>
+
 #include "kit/Export.h"
 
 namespace severity {
@@ -30,5 +32,16 @@ MS_API CLogSink* SetLogSink(CLogSink* sink);
 void WriteLogFormatted(const char* text, const char* prefix, int severity);
 int ReportLog(int severity, const char* text, const char* source, int line);
 
-// The pair with the prefix "MS ", and the debugger break when ReportLog asks for it.
+// The pair with the prefix "MS ", and the debugger break when ReportLog asks for it. A sink that
+// has not memory enough for an event goes without it.
 void LogEvent(int severity, const char* text, const char* source, int line);
+
+// For destructors, which have nobody to throw to: an exception of body is logged.
+template <class Body>
+void RunOrLog(Body body, const char* source, int line) noexcept {
+  try {
+    body();
+  } catch (const std::exception& error) {
+    LogEvent(severity::Error, error.what(), source, line);
+  }
+}

@@ -121,10 +121,13 @@ class CUnfinishedFile {
   CUnfinishedFile& operator=(const CUnfinishedFile&) = delete;
   ~CUnfinishedFile() {
     if (m_path.empty()) return;
-    const platform::Status status = platform::Files().Remove(m_path);
-    if (status.Ok() || status.Why() == platform::Cause::NotFound) return;
-    const std::string text = "cannot remove the unfinished file '" + m_path + "': " + status.Text();
-    LogEvent(severity::Error, text.c_str(), "ms\\Source\\AttachmentFiles", 1);
+    RunOrLog(
+        [this] {
+          const platform::Status status = platform::Files().Remove(m_path);
+          if (status.Why() != platform::Cause::NotFound)
+            KitCheck(status, "remove the unfinished file", m_path);
+        },
+        "ms\\Source\\AttachmentFiles", 1);
   }
   const std::string& Path() const { return m_path; }
   void Keep() { m_path.clear(); }

@@ -67,12 +67,10 @@ class CMSDocument::CPlacedFile {
   CPlacedFile& operator=(const CPlacedFile&) = delete;
   ~CPlacedFile() {
     if (m_kept) return;
-    try {
-      attachmentfiles::Remove(m_store.Directory(), Stored(), m_store.Durability());
-    } catch (const std::exception& error) {
-      // The exception on its way out tells what failed first; this one can only be noted.
-      LogEvent(severity::Error, error.what(), "ms\\Source\\DocAttachments", 1);
-    }
+    // The exception on its way out tells what failed first; another one can only be noted.
+    RunOrLog(
+        [this] { attachmentfiles::Remove(m_store.Directory(), Stored(), m_store.Durability()); },
+        "ms\\Source\\DocAttachments", 1);
   }
   const std::string& Path() const { return m_path; }
   std::string Stored() const { return attachmentfiles::ToStored(m_store.Directory(), m_path); }

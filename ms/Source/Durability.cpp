@@ -233,17 +233,24 @@ void CMSDurability::DirectoryChanged(const std::string& path) {
 
 void CMSDurability::Note(const std::string& file, const platform::Status& status) {
   if (status.Ok()) return;
-  const std::string why = status.Code() != 0 ? ": " + status.Text() : "";
-  Refuse("cannot sync '" + file + "'" + why);
+  try {
+    const std::string why = status.Code() != 0 ? ": " + status.Text() : "";
+    Refuse("cannot sync '" + file + "'" + why);
+  } catch (const std::bad_alloc&) {
+    Refuse({});
+  }
 }
 
 void CMSDurability::Refuse(const std::string& reason) {
-  const std::string text = reason + "; the store takes no further changes";
   {
     const std::lock_guard guard(m_failureLock);
     if (HasFailed()) return;
-    m_failure = text;
+    try {
+      m_failure = reason + "; the store takes no further changes";
+    } catch (const std::bad_alloc&) {
+      // That it failed matters more than the words for it.
+    }
     m_failed.store(true, std::memory_order_release);
   }
-  LogEvent(severity::Error, text.c_str(), "ms\\Source\\Durability", 1);
+  LogEvent(severity::Error, m_failure.c_str(), "ms\\Source\\Durability", 1);
 }

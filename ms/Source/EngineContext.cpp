@@ -25,7 +25,7 @@ void ReportCorruption(const CMSEngineContext& context, const char* format,
                       const std::string& file) {
   try {
     context.informer.InformBaseIsCorrupted(CKitFile::DirectoryName(file), Named(format, file));
-  } catch (const XKitFile& error) {
+  } catch (const std::exception& error) {
     context.durability.Refuse(error.what());
     throw;
   }

@@ -11,7 +11,7 @@ namespace foldersupport {
 
 // Whether the child's record names the folder as its parent; reported when it does not.
 template <class Handle>
-bool IsChild(const CMSMessageStoreImp& store, const CMSFolder& folder, const Handle& child,
+bool IsChild(CMSMessageStoreImp& store, const CMSFolder& folder, const Handle& child,
              const char* mismatch) {
   if (child.ParentID() == folder.ID()) return true;
   Report(store, mismatch);

@@ -6,6 +6,7 @@
 #include "MSFixer.h"
 #include "MessageStoreImp.h"
 #include "ObjectAccess.h"
+#include "kit/LogDispatcher.h"
 
 namespace {
 
@@ -158,8 +159,9 @@ CMSBatch::CMSBatch(const CMSMessageStore& store) : m_store(store.m_store) {
 }
 
 CMSBatch::~CMSBatch() {
-  // A failure is logged and remembered by the durability itself; there is nobody to throw to.
-  Pay();
+  // A failure of the medium is logged and remembered by the durability itself. What could not be
+  // paid for want of memory is still owed, and paid with the next change or as the store closes.
+  RunOrLog([this] { Pay(); }, "ms\\Source\\MessageStore", __LINE__);
   m_store->Durability().End();
   m_store->Release();
 }

@@ -52,7 +52,8 @@ CMSMessageStoreImp::CMSMessageStoreImp(const OpenArguments& arguments)
 
 CMSMessageStoreImp::~CMSMessageStoreImp() {
   const CSharedLocker guard(m_lock);
-  Close();
+  // Should it not come to its end, the members let all files go, and the state stays "Active".
+  RunOrLog([this] { Close(); }, "ms\\Source\\MessageStoreImp", __LINE__);
 }
 
 void CMSMessageStoreImp::Open(const OpenArguments& arguments) {
@@ -69,7 +70,9 @@ void CMSMessageStoreImp::Open(const OpenArguments& arguments) {
   try {
     OpenFiles(isNew);
   } catch (...) {
-    if (isNew && !m_readOnly) DropNewFiles();
+    // What ended the making is what the client has to hear of.
+    if (isNew && !m_readOnly)
+      RunOrLog([this] { DropNewFiles(); }, "ms\\Source\\MessageStoreImp", __LINE__);
     throw;
   }
 }
@@ -106,23 +109,37 @@ bool CMSMessageStoreImp::IsBlank() const {
   const auto isShort = [this](const char* name) {
     return CKitFile::Info(CKitFile::Join(m_directory, name)).length <= kLongestHeader;
   };
-  return m_attachments != nullptr && m_attachments->File().UsedCount() == 0 &&
+  return (m_attachments != nullptr ? m_attachments->File().UsedCount() == 0
+                                   : isShort("attach3.db")) &&
          (m_recipients != nullptr ? m_recipients->File().UsedCount() == 0 : isShort("rcpt3.db")) &&
          (m_documents != nullptr ? m_documents->File().UsedCount() == 0 : isShort("docs3.db")) &&
          (m_folders != nullptr ? m_folders->File().UsedCount() <= 1 : isShort("folders3.db"));
+}
+
+// What keeps others out when the first database itself could not be made.
+bool CMSMessageStoreImp::TakeFirstFile(std::unique_ptr<platform::File>& file) const {
+  const platform::OpenOptions options{platform::Access::ReadWrite,
+                                      platform::Disposition::OpenOrCreate,
+                                      platform::Sharing::ReadOnly};
+  return platform::Files().Open(CKitFile::Join(m_directory, "attach3.idx"), options, file).Ok();
 }
 
 // A store whose making failed must not stand in the way of the next try. The first database is the
 // one that keeps others out, so it is closed last, and without it nothing here is ours. It is not
 // needed where nobody can remove what others have opened meanwhile.
 void CMSMessageStoreImp::DropNewFiles() {
+  std::unique_ptr<platform::File> first;
+  if (m_attachments == nullptr && !TakeFirstFile(first)) return;
   if (!IsBlank()) return;
   m_packets.reset();
   m_relations.reset();
   m_folders.reset();
   m_documents.reset();
   m_recipients.reset();
-  if (!platform::OpenFilesCanBeRemoved()) m_attachments.reset();
+  if (!platform::OpenFilesCanBeRemoved()) {
+    m_attachments.reset();
+    first.reset();
+  }
   for (const char* name : storefiles::kRequired) {
     const platform::Status status = platform::Files().Remove(CKitFile::Join(m_directory, name));
     if (!status.Ok() && status.Why() != platform::Cause::NotFound)

@@ -1,6 +1,7 @@
 // What stands behind the handles of one open store.
 #pragma once
 
+#include <atomic>
 #include <memory>
 #include <set>
 #include <string>
@@ -101,6 +102,9 @@ class CMSMessageStoreImp : public CKitReference {
   // Folders whose entry in the counter cache is out of date because it could not be written.
   std::set<std::uint32_t>& Distrusted() { return m_distrusted; }
 
+  // Closing leaves the store as one that was cut off, for the next check to look at.
+  void Distrust() { m_wasCutShort = true; }
+
   CMSRelationsDB& Relations() { return *m_relations; }
   CMSObjectDB<CMSFolderData>& Folders() { return *m_folders; }
 
@@ -114,6 +118,7 @@ class CMSMessageStoreImp : public CKitReference {
   void OpenFiles(bool isNew);
   void MarkActive();
   bool IsBlank() const;
+  bool TakeFirstFile(std::unique_ptr<platform::File>& file) const;
   void DropNewFiles();
   bool PrepareFiles(const OpenArguments& arguments);
   void OpenDatabases();
@@ -142,8 +147,8 @@ class CMSMessageStoreImp : public CKitReference {
   std::uint32_t m_lastID = 1;
   std::uint32_t m_size = 0;
   bool m_countersDue = false;
-  bool m_wasCutShort = false;            // a change got half way
-  std::set<std::uint32_t> m_distrusted;  // folders whose cached counters could not be kept up
+  std::atomic<bool> m_wasCutShort{false};  // a change got half way
+  std::set<std::uint32_t> m_distrusted;    // folders whose cached counters could not be kept up
   CMSListenerRegistry m_listeners;
   CMSDurability m_durability;
   CMSMasterFile m_master;

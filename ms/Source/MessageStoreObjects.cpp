@@ -19,14 +19,9 @@ class Rollback {
  public:
   explicit Rollback(Undo undo) : m_undo(std::move(undo)) {}
   ~Rollback() {
-    if (!m_armed) return;
-    try {
-      m_undo();
-    } catch (const std::exception& error) {
-      // What is left behind is an orphan that the next repair finds; the first failure is the one
-      // to tell.
-      LogEvent(severity::Error, error.what(), "ms\\Source\\MessageStoreObjects", 1);
-    }
+    // What is left behind is an orphan that the next repair finds; the first failure is the one to
+    // tell.
+    if (m_armed) RunOrLog(m_undo, "ms\\Source\\MessageStoreObjects", 1);
   }
   Rollback(const Rollback&) = delete;
   Rollback& operator=(const Rollback&) = delete;

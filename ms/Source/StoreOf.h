@@ -1,6 +1,8 @@
 // From a handle to the open store behind it.
 #pragma once
 
+#include <exception>
+
 #include "MessageStoreImp.h"
 #include "ObjectAccess.h"
 #include "corrupted.h"
@@ -28,6 +30,12 @@ void RequireSameStore(const CMSMessageStoreImp& store, const CMSObject<T>& handl
   throw XKitStatus(kit::kStatusInvalidArgument, "the two objects belong to different stores");
 }
 
-inline void Report(const CMSMessageStoreImp& store, const char* text) {
-  g_MSBaseInformer.InformBaseIsCorrupted(store.Directory(), text);
+// A report that cannot be written must not let the store pass for a healthy one.
+inline void Report(CMSMessageStoreImp& store, const char* text) {
+  try {
+    g_MSBaseInformer.InformBaseIsCorrupted(store.Directory(), text);
+  } catch (const std::exception&) {
+    store.Distrust();
+    throw;
+  }
 }
