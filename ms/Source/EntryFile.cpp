@@ -52,7 +52,9 @@ bool CMSEntryFile::IsValid() {
   if (slots >= kNoContainer) return false;
   Header header;
   std::size_t done = 0;
-  if (!m_file->Read(0, &header, size, done).Ok() || done != size) return false;
+  // A medium that cannot be read says nothing of what is on it.
+  KitCheck(m_file->Read(0, &header, size, done), "read", m_fileName);
+  if (done != size) return false;
   m_slots = static_cast<std::uint32_t>(slots);
   return header.signature == m_format.signature && header.version <= kEntryVersion &&
          header.keySize == m_format.keySize &&
@@ -79,7 +81,7 @@ void CMSEntryFile::WriteAt(std::uint64_t offset, const void* data, std::size_t s
 
 std::uint32_t CMSEntryFile::Put(const std::byte* payload) {
   m_context.CheckWritable(m_fileName);
-  const std::uint32_t slot = m_free.empty() ? m_slots : m_free.front();
+  const std::uint32_t slot = NextSlot();
   std::byte entry[32];
   entry[0] = std::byte{kEntryLive};
   std::memcpy(entry + 1, payload, m_format.PayloadSize());
@@ -121,13 +123,14 @@ void CMSEntryFile::CannotUndo(const platform::Status& status) {
 void CMSEntryFile::Drop(std::uint32_t slot) {
   m_context.CheckWritable(m_fileName);
   const unsigned char deleted = kEntryDeleted;
+  m_free.push_back(slot);
   try {
     WriteAt(OffsetOf(slot), &deleted, 1);
   } catch (const XKitFile&) {
+    m_free.pop_back();
     MarkAgain(slot, kEntryLive);
     throw;
   }
-  m_free.push_back(slot);
 }
 
 std::size_t CMSEntryFile::ReadBlock(std::uint32_t slot, std::vector<std::byte>& block) {

@@ -2,6 +2,7 @@
 // that are written, marked deleted and reused, oldest first.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
@@ -33,6 +34,8 @@ class CMSEntryFile {
   // Writes an entry into the oldest free slot, or at the end; answers the slot. XKitFile when that
   // fails: the file then holds what it held before.
   std::uint32_t Put(const std::byte* payload);
+  // The one that the next Put will take.
+  std::uint32_t NextSlot() const { return m_free.empty() ? m_slots : m_free.front(); }
   // Marks the entry deleted. XKitFile when that fails; it is then still live.
   void Drop(std::uint32_t slot);
 
@@ -41,7 +44,8 @@ class CMSEntryFile {
   std::size_t FreeSlots() const { return m_free.size(); }
 
   // Writes all live entries anew, packed from slot 0, and cuts the file behind them. next(payload)
-  // is called count times for the entries in their new order.
+  // is called count times for the entries in their new order. Nothing has happened when there is
+  // not memory enough.
   template <class Next>
   void Rewrite(std::size_t count, Next next);
 
@@ -90,9 +94,10 @@ void CMSEntryFile::Load(Live live) {
 
 template <class Next>
 void CMSEntryFile::Rewrite(std::size_t count, Next next) {
-  m_free.clear();
   const std::size_t size = m_format.EntrySize();
   std::vector<std::byte> block;
+  block.reserve(std::min(count, kBlockEntries) * size);  // all that is asked for
+  m_free.clear();
   std::uint32_t slot = 0;
   while (count > 0) {
     const std::size_t part = count < kBlockEntries ? count : kBlockEntries;

@@ -2,6 +2,8 @@
 // common.
 #pragma once
 
+#include <exception>
+#include <new>
 #include <optional>
 #include <string>
 #include <vector>
@@ -48,8 +50,15 @@ class CMSEntryMap {
     if (m_entries.Find(Traits::Of(entry)) != nullptr) return false;
     std::byte payload[Traits::kFormat.PayloadSize()];
     Traits::Encode(entry, payload);
-    entry.slot = m_file.Put(payload);
+    // First what may lack memory: an entry is taken out again without any.
+    entry.slot = m_file.NextSlot();
     m_entries.Insert(entry);
+    try {
+      m_file.Put(payload);
+    } catch (const std::exception&) {
+      m_entries.Erase(m_entries.LowerBound(Traits::Of(entry)));
+      throw;
+    }
     return true;
   }
 
@@ -173,14 +182,16 @@ class CMSEntryMap {
     all.insert(all.end(), m_unsorted.begin(), m_unsorted.end());
     std::sort(all.begin(), all.end(),
               [](const Entry& a, const Entry& b) { return Traits::Of(a) < Traits::Of(b); });
-    m_unsorted = {};
-    m_entries.Clear();
+    Entries sorted;
     for (const Entry& entry : all) {
-      if (m_entries.Size() > 0 && !(Traits::Of(m_entries.Last()) < Traits::Of(entry))) Duplicate();
-      m_entries.PushBack(entry);
+      if (sorted.Size() > 0 && !(Traits::Of(sorted.Last()) < Traits::Of(entry))) Duplicate();
+      sorted.PushBack(entry);
     }
+    m_entries = std::move(sorted);
+    m_unsorted = {};
   }
   [[noreturn]] void Duplicate() const {
+    m_unsorted = {};
     m_entries.Clear();
     const std::string text =
         std::string(" ") + Traits::kFormat.kind + " %s detected duplicate key while loading";
@@ -199,6 +210,8 @@ class CMSEntryMap {
       });
       std::uint32_t slot = 0;
       m_entries.ForEach([&](Entry& entry) { entry.slot = slot++; });
+    } catch (const std::bad_alloc&) {
+      // It can wait for the next removal.
     } catch (const XKitFile& error) {
       m_file.Context().durability.Refuse(error.what());
     }

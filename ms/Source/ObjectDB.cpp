@@ -1,6 +1,7 @@
 #include "ObjectDB.h"
 
 #include <cassert>
+#include <new>
 
 #include "Object.h"
 #include "ObjectAccess.h"
@@ -26,8 +27,13 @@ CMSDBObject* CMSObjectDBBase::Get(std::uint32_t key) {
 CMSDBObject* CMSObjectDBBase::Create(std::uint32_t key, const void* data) {
   const std::uint32_t record = m_file.Insert(key, data);
   if (record == 0) return nullptr;
-  const CSharedLocker guard(m_lock);
-  return NewCell(key, record);
+  try {
+    const CSharedLocker guard(m_lock);
+    return NewCell(key, record);
+  } catch (const std::bad_alloc&) {
+    m_file.Delete(key);
+    throw;
+  }
 }
 
 CMSDBObject& CMSObjectDBBase::Place(std::uint32_t key) {

@@ -41,9 +41,11 @@ void CMSRecordFile::Open(const std::string& directory) {
   std::uint64_t length = info.length;
   if (length >= sizeof header) {
     std::size_t done = 0;
-    if (!m_file->Read(0, &header, sizeof header, done).Ok() || done < sizeof header)
+    const platform::Status status = m_file->Read(0, &header, sizeof header, done);
+    if (!status.Ok() || done < sizeof header)
       throw CMSDBException(CMSDBException::kHeaderUnreadable,
-                           "cannot read the header of '" + m_fileName + "'");
+                           "cannot read the header of '" + m_fileName + "'" +
+                               (status.Ok() ? "" : ": " + status.Text()));
     if (!IsGood(header, length)) Corrupted(kWrongHeader);
   } else if (length == 0 && !m_context.readOnly) {
     CreateHeader();
@@ -117,8 +119,8 @@ const std::byte* CMSRecordFile::Read(std::uint32_t number, std::uint32_t key) co
 const std::byte* CMSRecordFile::BeginRead(std::uint32_t number, std::uint32_t key) {
   const CSharedLocker guard(m_lock);
   const std::byte* data = BeginAccess(number, key, kMismatchReading, false);
-  ++m_readers;
   AddHolder();
+  ++m_readers;
   return data;
 }
 
@@ -126,8 +128,8 @@ std::byte* CMSRecordFile::BeginWrite(std::uint32_t number, std::uint32_t key) {
   const CSharedLocker guard(m_lock);
   m_context.CheckWritable(m_fileName);
   BeginAccess(number, key, kMismatchWriting, true);
-  ++m_writers;
   AddHolder();
+  ++m_writers;
   RaiseDC();
   return Data(number - 1);
 }

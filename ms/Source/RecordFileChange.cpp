@@ -197,7 +197,7 @@ bool CMSRecordFile::Delete(std::uint32_t key) {
 void CMSRecordFile::RemoveFromIndex(std::uint32_t key) {
   try {
     m_index.Remove(key);
-  } catch (const XKitFile& error) {
+  } catch (const std::exception& error) {
     m_context.durability.Refuse(error.what());
     throw;
   }

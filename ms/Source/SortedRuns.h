@@ -155,8 +155,9 @@ class CMSSortedRuns {
 
  private:
   void StartRun(const Key& first) {
-    m_runs.emplace_back().reserve(kRunLength);
-    m_firsts.push_back(first);
+    std::vector<Entry> run;
+    run.reserve(kRunLength);
+    AddRun(m_runs.size(), first, std::move(run));
   }
 
   // Keys are often spread evenly, as those of objects of one kind are: a guess from the ends of the
@@ -209,13 +210,23 @@ class CMSSortedRuns {
   void Split(std::size_t index) {
     std::vector<Entry> upper;
     upper.reserve(kRunLength);
-    auto& lower = m_runs[index];
-    const auto middle = lower.begin() + static_cast<std::ptrdiff_t>(lower.size() / 2);
-    upper.assign(middle, lower.end());
-    lower.erase(middle, lower.end());
-    const auto next = static_cast<std::ptrdiff_t>(index) + 1;
-    m_firsts.insert(m_firsts.begin() + next, Order::Of(upper.front()));
-    m_runs.insert(m_runs.begin() + next, std::move(upper));
+    const auto& lower = m_runs[index];
+    const std::size_t half = lower.size() / 2;
+    upper.assign(lower.begin() + static_cast<std::ptrdiff_t>(half), lower.end());
+    AddRun(index + 1, Order::Of(upper.front()), std::move(upper));
+    m_runs[index].resize(half);
+  }
+  // All of it or, without memory, nothing.
+  void AddRun(std::size_t index, const Key& first, std::vector<Entry>&& run) {
+    const auto at = static_cast<std::ptrdiff_t>(index);
+    m_firsts.reserve(Room(m_firsts));
+    m_runs.reserve(Room(m_runs));
+    m_firsts.insert(m_firsts.begin() + at, first);
+    m_runs.insert(m_runs.begin() + at, std::move(run));
+  }
+  template <class T>
+  static std::size_t Room(const std::vector<T>& runs) {
+    return runs.size() < runs.capacity() ? runs.capacity() : 2 * runs.size() + 1;
   }
   void DropRun(std::size_t index) {
     m_runs.erase(m_runs.begin() + static_cast<std::ptrdiff_t>(index));
