@@ -291,8 +291,17 @@ CFailure FailureOfLetter() {
             error.Why() == XKitFile::Cause::NoSpace};
   } catch (const XKitMsg& error) {
     return {0, error.what(), false};
+  }
+}
+
+// A refusal of the target's says nothing by itself.
+void MakeCopy(CMSLetterCopy& copy, const CMSFolder& target) {
+  try {
+    copy.Make();
   } catch (const CMSDocument::XCloneError&) {
-    return {CMSDBException::kWriteFailed, "the target cannot hold a part of the letter", false};
+    throw XKitStatus(
+        CMSDBException::kWriteFailed,
+        KitFormat("the target '%s' cannot hold a part of the letter", target.MS().GetMainFolder()));
   }
 }
 
@@ -306,7 +315,7 @@ std::unique_ptr<CMSLetterCopy> CMSArchiver::CloneDocument(const CMSDocument& doc
       // Taken first: what is written to a file while it is being copied shows in the next backup.
       stamp = ImageOf(document).stamp;
       auto copy = std::make_unique<CMSLetterCopy>(document, target, missingFiles);
-      copy->Make();
+      MakeCopy(*copy, target);
       return copy;
     } catch (...) {
       const CFailure failure = FailureOfLetter();
