@@ -66,7 +66,9 @@ class CMSDocument::CPlacedFile {
   CPlacedFile(const CPlacedFile&) = delete;
   CPlacedFile& operator=(const CPlacedFile&) = delete;
   ~CPlacedFile() {
-    if (m_kept) return;
+    // A store that takes no more changes may not have got rid of the record either: a file without
+    // a record does no harm, a record without its file does.
+    if (m_kept || m_store.Durability().HasFailed()) return;
     // The exception on its way out tells what failed first; another one can only be noted.
     RunOrLog(
         [this] { attachmentfiles::Remove(m_store.Directory(), Stored(), m_store.Durability()); },
