@@ -379,7 +379,7 @@ void CMSBackupRun::Finish() {
 void CMSBackupRun::Salvage() {
   try {
     Settle();
-  } catch (const XKitMsg& error) {
+  } catch (const std::exception& error) {
     LogEvent(severity::Error, error.what(), "ms\\Source\\BackupRun", 1);
   }
 }

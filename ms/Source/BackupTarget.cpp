@@ -7,6 +7,7 @@
 #include "StoreFiles.h"
 #include "kit/KitFile.h"
 #include "kit/KitFolder.h"
+#include "kit/LogDispatcher.h"
 
 namespace {
 
@@ -57,9 +58,13 @@ class CMark {
   // Without files beside it there is nothing to remember. One that cannot be removed does no harm
   // before letters come.
   ~CMark() {
-    if (AnyFile(m_directory, IsThere)) return;
-    LetGo();
-    static_cast<void>(platform::Files().Remove(m_path));
+    RunOrLog(
+        [this] {
+          if (AnyFile(m_directory, IsThere)) return;
+          LetGo();
+          static_cast<void>(platform::Files().Remove(m_path));
+        },
+        "ms\\Source\\BackupTarget", 1);
   }
   void Remove() {
     LetGo();
