@@ -68,7 +68,7 @@ class CMSDocument::CPlacedFile {
   ~CPlacedFile() {
     // A store that takes no more changes may not have got rid of the record either: a file without
     // a record does no harm, a record without its file does.
-    if (m_kept || m_store.Durability().HasFailed()) return;
+    if (m_kept || (m_named && m_store.Durability().HasFailed())) return;
     // The exception on its way out tells what failed first; another one can only be noted.
     RunOrLog(
         [this] { attachmentfiles::Remove(m_store.Directory(), Stored(), m_store.Durability()); },
@@ -77,6 +77,8 @@ class CMSDocument::CPlacedFile {
   const std::string& Path() const { return m_path; }
   std::string Stored() const { return attachmentfiles::ToStored(m_store.Directory(), m_path); }
   void Keep() { m_kept = true; }
+  // From here on there may be a record of it.
+  void Named() { m_named = true; }
 
  private:
   static std::string Directory(CMSMessageStoreImp& store, bool withFile) {
@@ -87,6 +89,7 @@ class CMSDocument::CPlacedFile {
   CMSMessageStoreImp& m_store;
   const std::string m_path;
   bool m_kept = false;
+  bool m_named = false;
 };
 
 CMSAttachment CMSDocument::AddAttachment(const CKitString& source, bool move,
@@ -122,6 +125,7 @@ CMSAttachment CMSDocument::LinkAttachment(Record& data, CPlacedFile& place) {
   return store.Change([&] {
     RequireAlive(*this);
     data.DocID = static_cast<std::uint32_t>(ID());
+    place.Named();
     CMSAttachment attachment = store.CreateAttachment(data);
     if (!attachment) return attachment;
     place.Keep();
