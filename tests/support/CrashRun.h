@@ -8,21 +8,13 @@
 #include <iostream>
 #include <unordered_set>
 
-#include "CrashStates.h"
-#include "LetterBook.h"
 #include "LogSink.h"
-#include "OpenStore.h"
-#include "TempDir.h"
+#include "StoreAtWork.h"
 #include "Walk.h"
 
 #include "ms/Source/MSFixer.h"
 
 namespace crash {
-
-inline unsigned FromEnvironment(const char* name, unsigned otherwise) {
-  const char* const text = std::getenv(name);
-  return text != nullptr ? static_cast<unsigned>(std::strtoul(text, nullptr, 10)) : otherwise;
-}
 
 inline const bool kFull = FromEnvironment("MS_CRASH_FULL", 0) != 0;
 // Of what a slice tries without a sanitizer, a sanitizer gets one in so many.
@@ -32,28 +24,6 @@ inline constexpr unsigned kSparing = 4;
 inline constexpr unsigned kSparing = 1;
 #endif
 inline const unsigned kSeed = FromEnvironment("MS_CRASH_SEED", 1);
-
-inline Files ReadTree(const std::string& directory) {
-  Files files;
-  namespace fs = std::filesystem;
-  for (const auto& entry : fs::recursive_directory_iterator(directory)) {
-    const std::string name = entry.path().lexically_relative(directory).generic_string();
-    if (entry.is_directory())
-      files[name + "/"];
-    else
-      files[name] = storecheck::ReadWhole(entry.path());
-  }
-  return files;
-}
-
-inline void WriteTree(const std::string& directory, const Files& files) {
-  namespace fs = std::filesystem;
-  for (const auto& entry : fs::directory_iterator(directory)) fs::remove_all(entry.path());
-  for (const auto& [name, bytes] : files)
-    if (name.ends_with('/')) fs::create_directories(directory + "/" + name);
-  for (const auto& [name, bytes] : files)
-    if (!name.ends_with('/')) WriteBytes(directory + "/" + name, bytes);
-}
 
 struct Figures {
   std::size_t sequences = 0, states = 0, tries = 0, repaired = 0, refused = 0, lost = 0, torn = 0,
@@ -197,7 +167,7 @@ class CrashRun {
   }
 
   const std::string m_name;
-  TempDir m_place{std::filesystem::exists("/dev/shm") ? "/dev/shm" : ""};
+  TempDir m_place{InMemory()};
   LogSink m_log;
   Figures m_figures;
   std::size_t m_offered = 0;

@@ -37,12 +37,13 @@ inline constexpr std::uint32_t kChanges = kCreate | kCopy | kMove | kReplace | k
 class FaultyFiles final : public platform::FileSystem {
  public:
   using Status = platform::Status;
+  static constexpr std::size_t kHalf = ~std::size_t{0};
   struct Fault {
     std::uint32_t calls = 0;
     unsigned nth = 1;      // the first such call from now on that fails
     bool forGood = false;  // and all later ones too
     platform::Cause cause = platform::Cause::Io;
-    std::size_t written = 0;  // what a failing Write or Append still writes
+    std::size_t written = 0;  // what a failing Write or Append still writes; kHalf: of its bytes
     std::string path = {};    // only on paths that contain this
   };
 
@@ -259,7 +260,7 @@ class FaultyFiles final : public platform::FileSystem {
         continue;
       }
       if (!fault.forGood) fault.calls = 0;
-      if (written != nullptr) *written = fault.written;
+      if (written != nullptr) *written = fault.written == kHalf ? *written / 2 : fault.written;
       return {fault.cause, CodeOf(fault.cause)};
     }
     return {};

@@ -25,6 +25,7 @@ class LetterBook {
     Add(store.Root());
   }
   const std::map<unsigned long, Object>& Objects() const { return m_objects; }
+  std::map<unsigned long, Object>& Objects() { return m_objects; }
   bool operator==(const LetterBook&) const = default;
 
   static Object Read(const CMSDocument& letter);
