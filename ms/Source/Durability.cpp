@@ -168,7 +168,8 @@ void CMSDurability::AfterPayment(std::function<void()> work) {
   if (m_level != CMSDurabilityLevel::Operation || !IsWithin()) {
     Pay();
     CheckHealthy();
-    return work();
+    work();
+    return CheckHealthy();
   }
   const std::lock_guard guard(m_state);
   m_putOff.push_back(std::move(work));
