@@ -129,7 +129,8 @@ TEST_F(Attachments, Refused_arguments_leave_nothing_behind) {
 }
 
 // Whatever call fails: there is a record with its file, or neither, and the source is there as long
-// as the record is not. Only a medium that cannot sync ends all changes.
+// as the record is not. Only a medium that cannot sync ends all changes: the record of a file may
+// then stay without a link, for a repair to find, and so the file stays.
 TEST_F(Attachments, A_failure_anywhere_leaves_no_record_without_file_and_no_file_without_record) {
   constexpr std::uint32_t kSyncs = call::kSync | call::kSyncDirectory | call::kFlush;
   for (const std::uint32_t calls : {call::kChanges, kSyncs}) {
@@ -152,7 +153,8 @@ TEST_F(Attachments, A_failure_anywhere_leaves_no_record_without_file_and_no_file
       faulty.Heal();
       std::list<CMSAttachment> added;
       letter.Attachments(added);
-      EXPECT_EQ(Directories() - before, static_cast<long>(added.size())) << nth;
+      const long made = Directories() - before, recorded = static_cast<long>(added.size());
+      EXPECT_TRUE(made == recorded || (calls == kSyncs && made > recorded)) << nth;
       EXPECT_EQ(ReadBytes(added.empty() ? source : added.front().InternalFileName().str()),
                 "content")
           << nth;

@@ -45,7 +45,8 @@ inline constexpr KindOfCall kKindsOfCalls[] = {
     {"truncate", call::kTruncate},
     {"map", call::kMap},
     {"flush", call::kFlush},
-    {"sync", call::kSync | call::kSyncDirectory | call::kSyncVolume | call::kStartWriteOut},
+    {"sync", call::kSync | call::kSyncDirectory},
+    {"sync of all", call::kSyncVolume | call::kStartWriteOut},
     {"rename", call::kMove | call::kReplace},
     {"copy", call::kCopy},
     {"remove", call::kRemove},
@@ -107,6 +108,14 @@ class FaultTry {
   bool HasFailed() const {
     if (m_trouble.kind == nullptr) return t_memory.asked >= m_trouble.nth;
     return Asked(static_cast<std::size_t>(m_trouble.kind - kKindsOfCalls)) >= m_trouble.nth;
+  }
+  // Whether a wait for the medium has failed, other than for the master file, of which the store
+  // needs nothing that could not be worked out again.
+  bool HasBrokenPromise() const {
+    constexpr std::uint32_t kWaits = call::kFlush | call::kSync | call::kSyncDirectory;
+    return m_trouble.kind != nullptr && (m_trouble.kind->calls & ~kWaits) == 0 &&
+           files.Struck().find(m_dir.Path()) == 0 &&
+           files.Struck().find("ms3.db") == std::string::npos;
   }
   void Heal() {
     files.Heal();

@@ -73,6 +73,11 @@ class FaultyFiles final : public platform::FileSystem {
   // Called on the thread that makes the call. Set it, and take it back (null), while no other
   // thread uses the files.
   void Watch(std::function<void(const Call&)> watch) { m_watch = std::move(watch); }
+  // What the last call that failed was about; "" when none has.
+  std::string Struck() const {
+    const std::lock_guard guard(m_mutex);
+    return m_struck;
+  }
   // How many calls of these kinds there were, failed ones included.
   unsigned Count(std::uint32_t calls) const {
     const std::lock_guard guard(m_mutex);
@@ -260,6 +265,7 @@ class FaultyFiles final : public platform::FileSystem {
         continue;
       }
       if (!fault.forGood) fault.calls = 0;
+      m_struck = path;
       if (written != nullptr) *written = fault.written == kHalf ? *written / 2 : fault.written;
       return {fault.cause, CodeOf(fault.cause)};
     }
@@ -279,5 +285,6 @@ class FaultyFiles final : public platform::FileSystem {
   std::optional<std::uint64_t> m_freeSpace;
   mutable std::mutex m_mutex;  // guards what follows
   std::vector<Fault> m_faults;
+  std::string m_struck;
   std::array<unsigned, 32> m_counts{};
 };
