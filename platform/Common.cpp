@@ -2,6 +2,7 @@
 #include <chrono>
 
 #include "platform/File.h"
+#include "platform/Process.h"
 #include "platform/System.h"
 #include "platform/Time.h"
 
@@ -10,6 +11,7 @@ namespace {
 
 std::atomic<FileSystem*> g_files{nullptr};
 std::atomic<Clock> g_clock{nullptr};
+std::atomic<RandomSource> g_random{nullptr};
 
 Instant SystemNow() {
   using std::chrono::milliseconds;
@@ -41,6 +43,15 @@ LocalTime LocalNow() {
 
 Clock SetClock(Clock clock) {
   return g_clock.exchange(clock, std::memory_order_acq_rel);
+}
+
+void RandomBytes(void* data, std::size_t size) {
+  const RandomSource source = g_random.load(std::memory_order_acquire);
+  source != nullptr ? source(data, size) : SystemRandomBytes(data, size);
+}
+
+RandomSource SetRandom(RandomSource source) {
+  return g_random.exchange(source, std::memory_order_acq_rel);
 }
 
 }  // namespace platform

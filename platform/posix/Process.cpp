@@ -7,6 +7,7 @@
 #include <fstream>
 #include <string>
 
+#include "platform/System.h"
 #include "platform/posix/Handle.h"
 
 namespace platform {
@@ -29,7 +30,7 @@ void BreakIntoDebugger() {
   std::raise(SIGTRAP);
 }
 
-void RandomBytes(void* data, std::size_t size) {
+void SystemRandomBytes(void* data, std::size_t size) {
   auto* bytes = static_cast<unsigned char*>(data);
   for (std::size_t done = 0; done < size;) {
     const auto got = posix::Retry([&] { return ::getrandom(bytes + done, size - done, 0); });

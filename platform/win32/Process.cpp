@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "platform/System.h"
 #include "platform/win32/Handle.h"
 
 namespace platform {
@@ -16,7 +17,7 @@ void BreakIntoDebugger() {
   ::DebugBreak();
 }
 
-void RandomBytes(void* data, std::size_t size) {
+void SystemRandomBytes(void* data, std::size_t size) {
   auto* bytes = static_cast<unsigned char*>(data);
   while (size > 0) {
     unsigned int word = 0;
