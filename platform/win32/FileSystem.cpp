@@ -135,7 +135,9 @@ Status Win32FileSystem::SyncVolume(const std::string& path) {
   wchar_t root[MAX_PATH];
   if (!::GetVolumePathNameW(WidePath(path).c_str(), root, std::size(root))) return LastStatus();
   wchar_t name[MAX_PATH];
-  if (!::GetVolumeNameForVolumeMountPointW(root, name, std::size(name))) return LastStatus();
+  // A network's drive, or one that stands for a directory, is no volume that could be flushed.
+  if (!::GetVolumeNameForVolumeMountPointW(root, name, std::size(name)))
+    return {Cause::Unsupported, static_cast<int>(::GetLastError())};
   std::wstring volume(name);
   volume.pop_back();  // without its separator it is the volume, with it the root directory
   const Handle handle(::CreateFileW(volume.c_str(), GENERIC_WRITE,
