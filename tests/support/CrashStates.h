@@ -30,11 +30,12 @@ class Medium {
     switch (step.kind) {
       case Step::Block:
         Grow(step.file, step.offset + step.bytes.size());
-        m_bytes[step.file].replace(step.offset, step.bytes.size(), step.bytes);
+        m_bytes[step.file].replace(static_cast<std::size_t>(step.offset), step.bytes.size(),
+                                   step.bytes);
         break;
       case Step::Length:
         if (step.offset < m_lengths[step.file] && step.offset < m_bytes[step.file].size())
-          m_bytes[step.file].resize(step.offset);
+          m_bytes[step.file].resize(static_cast<std::size_t>(step.offset));
         m_lengths[step.file] = step.offset;
         break;
       case Step::Create:
@@ -70,14 +71,14 @@ class Medium {
       std::string& bytes = files[path];
       if (const auto known = m_bytes.find(id); known != m_bytes.end()) bytes = known->second;
       const auto length = m_lengths.find(id);
-      bytes.resize(length != m_lengths.end() ? length->second : 0);
+      bytes.resize(length != m_lengths.end() ? static_cast<std::size_t>(length->second) : 0);
     }
     return files;
   }
 
  private:
   void Grow(int id, std::uint64_t size) {
-    if (m_bytes[id].size() < size) m_bytes[id].resize(size);
+    if (m_bytes[id].size() < size) m_bytes[id].resize(static_cast<std::size_t>(size));
   }
 
   std::map<std::string, int> m_files;

@@ -299,7 +299,7 @@ class RecordingFiles final : public platform::FileSystem {
   }
   void Compare(const MappedView& view) {
     std::string& known = m_known[view.ID()];
-    const std::size_t end = std::min<std::size_t>(view.Length(), known.size());
+    const std::size_t end = std::min(static_cast<std::size_t>(view.Length()), known.size());
     for (std::size_t at = 0; at < end; at += kBlock) {
       const std::size_t size = std::min<std::size_t>(kBlock, end - at);
       if (std::memcmp(known.data() + at, view.Base() + at, size) == 0) continue;
