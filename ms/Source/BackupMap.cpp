@@ -133,6 +133,9 @@ std::vector<CMSBackupMap::Entry> CMSBackupMap::Entries() const {
   std::vector<Entry> entries;
   entries.reserve(m_entries.size());
   for (const auto& [key, entry] : m_entries) entries.push_back(entry);
+  std::sort(entries.begin(), entries.end(), [](const Entry& a, const Entry& b) {
+    return Key(a.kind, a.source) < Key(b.kind, b.source);
+  });
   return entries;
 }
 

@@ -40,6 +40,7 @@ class CMSBackupMap {
   const Entry* Find(CMSObjectType kind, std::uint32_t source) const;
   // Whether an entry names the object of the target, be it as superseded.
   bool NamesTarget(CMSObjectType kind, std::uint32_t target) const;
+  // By kinds, then by IDs of the source: backups are made the same way on every system.
   std::vector<Entry> Entries() const;
   // The greatest ID of the source that has an entry of that kind; 0 without any.
   std::uint32_t GreatestSource(CMSObjectType kind) const;
