@@ -44,3 +44,27 @@ need() {
   fi
   rm -f "$log"
 }
+
+# The DLLs with which Debian's 64-bit wine runs 32-bit Windows programs. apt has them under another
+# architecture; they are fetched and unpacked beside the system, where nothing is installed.
+wine32_dlls() { # DIRECTORY
+  [ ! -e "$1/i386-windows" ] || return 0
+  local work version options wine=/usr/lib/x86_64-linux-gnu/wine
+  version=$(dpkg-query -W -f '${Version}' libwine 2>/dev/null) && [ -d $wine ] || return 1
+  work=$(mktemp -d) || return 1
+  mkdir -p "$1" "$work/state/lists/partial" "$work/cache/archives/partial"
+  touch "$work/state/status"
+  options=(-o APT::Architecture=i386 -o APT::Architectures=i386 -o APT::Sandbox::User=root
+    -o Dir::State="$work/state" -o Dir::State::status="$work/state/status" -o Dir::Cache="$work/cache")
+  # Sources that know nothing of that architecture make the update fail; the download decides.
+  (
+    cd "$work" || exit 1
+    apt-get "${options[@]}" update
+    apt-get "${options[@]}" download "libwine:i386=$version" && dpkg-deb -x libwine_*.deb unpacked
+  ) </dev/null >"$work/log" 2>&1 &&
+    ln -sfn $wine/x86_64-unix $wine/x86_64-windows "$1/" &&
+    cp -L $wine/i386-windows/zlib1.dll "$work/unpacked/usr/lib/i386-linux-gnu/wine/i386-windows/" &&
+    mv "$work/unpacked/usr/lib/i386-linux-gnu/wine/i386-windows" "$1/" || tail -n 5 "$work/log"
+  rm -rf "$work"
+  [ -e "$1/i386-windows" ]
+}

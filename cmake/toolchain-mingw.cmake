@@ -17,3 +17,10 @@ foreach(kind EXE SHARED)
 endforeach()
 # pkg-config would answer for the host.
 set(ENV{PKG_CONFIG_LIBDIR} /usr/${MS_MINGW}/lib/pkgconfig)
+
+# Debian's wine runs 32-bit programs only with DLLs that ./test fetches.
+find_program(MS_WINE wine)
+if(MS_WINE AND (CMAKE_SYSTEM_PROCESSOR STREQUAL x86_64 OR EXISTS ${CMAKE_BINARY_DIR}/wine.dlls))
+  set(CMAKE_CROSSCOMPILING_EMULATOR
+    ${CMAKE_CURRENT_LIST_DIR}/wine.sh ${CMAKE_BINARY_DIR}/wine)
+endif()

@@ -2,9 +2,3 @@
 set(CMAKE_SYSTEM_PROCESSOR x86_64)
 set(MS_MINGW x86_64-w64-mingw32)
 include(${CMAKE_CURRENT_LIST_DIR}/toolchain-mingw.cmake)
-
-find_program(MS_WINE wine)
-if(MS_WINE)
-  set(CMAKE_CROSSCOMPILING_EMULATOR
-    ${CMAKE_CURRENT_LIST_DIR}/wine.sh ${CMAKE_BINARY_DIR}/wine)
-endif()

@@ -151,7 +151,7 @@ TEST_F(RepairTable, Header_fields) {
     for (const auto value : {1U, kNone}) Header(kind, 8, value).Tells(file + " file header");
     for (const auto field : {9U, 10U, 11U}) Header(kind, field, 6).Tells("");  // harmless
 
-    const std::string copy = path + "/" + file + ".tmp";
+    const std::string copy = CKitFile::Join(path, file) + ".tmp";
     const std::string size = "DB file record size mismatch is detected";
     const std::string small = "DB file is too small";
     Header(kind, 0, 0x45674B20)

@@ -50,7 +50,7 @@ class RepairFixture : public testing::Test {
     std::string found;
     for (const auto& one : fixer.Findings())
       found += one.Object + " " + one.What + " " + one.Stored + " -> " + one.Found + "\n";
-    for (const std::string& part : {path + "/", std::string(".tmp")})
+    for (const std::string& part : {CKitFile::Join(path, ""), std::string(".tmp")})
       for (auto at = found.find(part); at != found.npos; at = found.find(part))
         found.erase(at, part.size());
     return found;
