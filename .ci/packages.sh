@@ -57,14 +57,17 @@ wine32_dlls() { # DIRECTORY
   options=(-o APT::Architecture=i386 -o APT::Architectures=i386 -o APT::Sandbox::User=root
     -o Dir::State="$work/state" -o Dir::State::status="$work/state/status" -o Dir::Cache="$work/cache")
   # Sources that know nothing of that architecture make the update fail; the download decides.
-  (
+  if (
     cd "$work" || exit 1
     apt-get "${options[@]}" update
-    apt-get "${options[@]}" download "libwine:i386=$version" && dpkg-deb -x libwine_*.deb unpacked
-  ) </dev/null >"$work/log" 2>&1 &&
+    apt-get "${options[@]}" download "libwine:i386=$version" && dpkg-deb -x libwine_*.deb .
+  ) </dev/null >"$work/log" 2>&1; then
+    local dlls=$work/usr/lib/i386-linux-gnu/wine/i386-windows
     ln -sfn $wine/x86_64-unix $wine/x86_64-windows "$1/" &&
-    cp -L $wine/i386-windows/zlib1.dll "$work/unpacked/usr/lib/i386-linux-gnu/wine/i386-windows/" &&
-    mv "$work/unpacked/usr/lib/i386-linux-gnu/wine/i386-windows" "$1/" || tail -n 5 "$work/log"
+      cp -L $wine/i386-windows/zlib1.dll "$dlls/" && mv "$dlls" "$1/"
+  else
+    tail -n 5 "$work/log"
+  fi
   rm -rf "$work"
   [ -e "$1/i386-windows" ]
 }
