@@ -153,7 +153,7 @@ TEST_F(Attachments, A_failure_anywhere_leaves_no_record_without_file_and_no_file
       faulty.Heal();
       std::list<CMSAttachment> added;
       letter.Attachments(added);
-      const long made = Directories() - before, recorded = static_cast<long>(added.size());
+      const auto made = Directories() - before, recorded = std::ssize(added);
       EXPECT_TRUE(made == recorded || (calls == kSyncs && made > recorded)) << nth;
       EXPECT_EQ(ReadBytes(added.empty() ? source : added.front().InternalFileName().str()),
                 "content")
