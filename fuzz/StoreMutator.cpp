@@ -9,30 +9,23 @@ extern "C" std::size_t LLVMFuzzerMutate(std::uint8_t* data, std::size_t size, st
 
 namespace {
 
-using storecheck::Kind;
-using storecheck::kKinds;
+using storecheck::kHead, storecheck::kKinds;
 
 class Mutator {
  public:
   Mutator(fuzz::StoreFiles& files, unsigned seed) : m_files(files), m_random(seed) {}
 
   void Change(std::size_t room) {
-    switch (Below(8)) {
-      case 0:
-        return Bytes(room);
-      case 1:
-      case 2:
-      case 3:
-        return Field();
-      case 4:
-        return Text();
-      case 5:
-        return CopySlot();
-      case 6:
-        return Header();
-      default:
-        return Entry();
-    }
+    const std::uint32_t choice = Below(8);
+    if (choice == 0) return Bytes(room);
+    if (choice < 6) return Slot(choice);
+    auto& file = m_files[choice == 6 ? Below(m_files.size() - 1) : kKinds.size() + Below(6)];
+    if (!file || file->size() <= 16) return;
+    // A field of a header; or of a derived file a state, or a number at any place.
+    const std::size_t at = 12 + Below(file->size() - 12);
+    if (choice == 6) return Put(*file, 4 * Below(12), Value());
+    if (Below(2) == 0) return Put(*file, at, Value());
+    (*file)[at] = static_cast<char>(Below(2) == 0 ? 0 : Below(256));
   }
 
  private:
@@ -40,26 +33,15 @@ class Mutator {
     return static_cast<std::uint32_t>(m_random() % std::max<std::size_t>(limit, 1));
   }
   std::uint32_t Value() {
-    const std::uint32_t values[] = {0,
-                                    1,
-                                    2,
-                                    storecheck::kNone,
-                                    storecheck::kGreatestID,
-                                    storecheck::kGreatestID + 1,
-                                    0x7FFFFFFF,
-                                    0x80000000,
-                                    Below(32),
-                                    Below(32),
-                                    Below(32),
-                                    static_cast<std::uint32_t>(m_random())};
+    using storecheck::kGreatestID, storecheck::kNone;
+    const std::uint32_t any = static_cast<std::uint32_t>(m_random());
+    const std::uint32_t values[] = {0,           1,          2,          kNone,
+                                    kGreatestID, 0x7FFFFFFF, 0x80000000, kGreatestID + 1,
+                                    any,         Below(32),  Below(32),  Below(32)};
     return values[Below(std::size(values))];
   }
   static void Put(std::string& bytes, std::size_t at, std::uint32_t value) {
     if (at + 4 <= bytes.size()) storecheck::PutU32(bytes, at, value);
-  }
-  static std::size_t Slots(const Kind& kind, const std::string& bytes) {
-    return bytes.size() < storecheck::kHeader ? 0
-                                              : (bytes.size() - storecheck::kHeader) / kind.Slot();
   }
 
   void Bytes(std::size_t room) {
@@ -72,53 +54,28 @@ class Mutator {
         LLVMFuzzerMutate(reinterpret_cast<std::uint8_t*>(bytes.data()), length, bytes.size()));
     file = bytes;
   }
-  // A slot's links, key, or one of the first and last numbers of its record.
-  void Field() {
+  void Slot(std::uint32_t choice) {
     const std::size_t which = Below(kKinds.size());
-    const Kind& kind = kKinds[which];
-    auto& file = m_files[which];
-    if (!file || Slots(kind, *file) == 0) return;
-    const std::size_t at = kind.At(Below(Slots(kind, *file)));
-    const std::size_t fields = (storecheck::kHead + 20) / 4;
-    const std::size_t field = Below(fields + 10);
-    Put(*file, field < fields ? at + 4 * field : at + kind.Slot() - 4 * (field - fields + 1),
+    const storecheck::Kind& kind = kKinds[which];
+    if (!m_files[which] || m_files[which]->size() < kind.At(1)) return;
+    std::string& file = *m_files[which];
+    const std::size_t slots = (file.size() - storecheck::kHeader) / kind.Slot();
+    const std::size_t at = kind.At(Below(slots));
+    if (choice == 4) return Text(file, at, kind.texts[Below(kind.texts.size())]);
+    if (choice == 5)
+      return (void)file.replace(at, kind.Slot(), file.substr(kind.At(Below(slots)), kind.Slot()));
+    // Its links, its key, or one of the first and last numbers of its record.
+    const std::size_t fields = (kHead + 20) / 4, field = Below(fields + 10);
+    Put(file, field < fields ? at + 4 * field : at + kind.Slot() - 4 * (field - fields + 1),
         Value());
   }
-  void Text() {
-    const std::size_t which = Below(kKinds.size());
-    const Kind& kind = kKinds[which];
-    auto& file = m_files[which];
-    if (!file || Slots(kind, *file) == 0) return;
-    const auto& text = kind.texts[Below(kind.texts.size())];
+  void Text(std::string& file, std::size_t slot, const storecheck::Field& text) {
     const char* const texts[] = {"..\\victim\\x", "/x",         "f1\\a.txt", "f2\\..\\f1\\a.txt",
                                  "docs3.db",      "C:\\x\\y",   "f1/a.txt",  "f3\\a.txt",
                                  "\\x",           "f1\\\\a.txt"};
     std::string value = texts[Below(std::size(texts))];
     value.resize(text.width, Below(4) == 0 ? 'x' : '\0');
-    const std::size_t at = kind.At(Below(Slots(kind, *file))) + storecheck::kHead + text.at;
-    file->replace(at, text.width, value);
-  }
-  void CopySlot() {
-    const std::size_t which = Below(kKinds.size());
-    const Kind& kind = kKinds[which];
-    auto& file = m_files[which];
-    if (!file || Slots(kind, *file) == 0) return;
-    const std::size_t from = kind.At(Below(Slots(kind, *file)));
-    file->replace(kind.At(Below(Slots(kind, *file))), kind.Slot(), file->substr(from, kind.Slot()));
-  }
-  void Header() {
-    auto& file = m_files[Below(m_files.size() - 1)];
-    if (file) Put(*file, 4 * Below(12), Value());
-  }
-  // Of the derived files: a state, or a number at any place behind the header.
-  void Entry() {
-    auto& file = m_files[kKinds.size() + Below(6)];
-    if (!file || file->size() <= 16) return;
-    const std::size_t at = 12 + Below(file->size() - 12);
-    if (Below(2) == 0)
-      (*file)[at] = static_cast<char>(Below(2) == 0 ? 0 : Below(256));
-    else
-      Put(*file, at, Value());
+    file.replace(slot + kHead + text.at, text.width, value);
   }
 
   fuzz::StoreFiles& m_files;
