@@ -15,9 +15,12 @@
 
 class Workload {
  public:
-  // source: a file to be made, for attachments. backup: where to; "" leaves backups out.
-  Workload(const CMSMessageStore& store, unsigned seed, std::string source, std::string backup)
+  // source: a file to be made, for attachments. backup: where to; "" leaves backups out. top: the
+  // folder that everything happens in, if not the whole store.
+  Workload(const CMSMessageStore& store, unsigned seed, std::string source, std::string backup,
+           const CMSFolder& top = {})
       : m_store(store),
+        m_top(top ? top : m_store.Root()),
         m_random(seed),
         m_names(std::to_string(seed) + "_"),
         m_source(std::move(source)),
@@ -28,7 +31,7 @@ class Workload {
     if (m_unfinished) return GoOn();
     m_folders.clear();
     m_letters.clear();
-    List(m_store.Root());
+    List(m_top);
     CMSFolder folder = m_folders[Below(m_folders.size())];
     if (m_letters.empty()) return (void)Create(folder, docflag::Complete);
     CMSDocument letter = m_letters[Below(m_letters.size())];
@@ -107,7 +110,7 @@ class Workload {
   void Create(CMSFolder& folder, const std::string& name) {
     if (m_folders.size() < 15) folder.CreateFolder(name, "", 0);
   }
-  static bool IsFixed(const CMSFolder& folder) { return folder.IsRoot() || folder.Type() != 0; }
+  bool IsFixed(const CMSFolder& folder) const { return folder == m_top || folder.Type() != 0; }
   void Move(CMSFolder& folder, CMSFolder& target) {
     if (IsFixed(folder)) return;
     for (CMSFolder above = target; above; above = above.Parent())
@@ -155,6 +158,7 @@ class Workload {
   }
 
   CMSMessageStore m_store;
+  CMSFolder m_top;
   std::mt19937 m_random;
   const std::string m_names, m_source, m_backup;
   unsigned m_count = 0;
