@@ -88,8 +88,10 @@ TEST_F(Flushes, A_closing_write_flushes_its_record_before_it_grows_the_file_for_
   std::string before;
   {
     const Folders::WritePtr last(*file, 1, 1);
+    EXPECT_EQ(CodeOf([&] { file->Insert(999, &data); }), 1131);  // it would wait for itself
     inserter = std::thread([&] { number = file->Insert(101, &data); });
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_EQ(number, 0u);
     last->Type = 7;
     before = Take();
   }

@@ -3,7 +3,6 @@
 
 #include <cstring>
 #include <functional>
-#include <thread>
 #include <vector>
 
 #include "support/FaultyFiles.h"
@@ -159,24 +158,6 @@ TEST_F(Folders, Each_change_sends_its_events_in_order) {
   EXPECT_EQ(events.Take(), "F*3 D-5 F*2 F-3 F*1 F-2 ");
 }
 
-TEST_F(Folders, Deleting_a_letter_takes_its_files_packets_size_and_share_of_the_counters) {
-  CMSDocument letter = NewUnreadLetter(a), sent = NewLetter(a);
-  sent.AddRecipient("", "PACKET", "", "", "", "", "", "", "", "", "", "", "", "",
-                    recipientflag::Sent, 1);
-  const std::string file = OnlyFile(letter);
-  EXPECT_EQ(a.GetUnreadDocumentCount() * 10 + a.GetUndeliveredDocumentCount(), 11);
-  EXPECT_EQ(store.GetFullSize(), 5);
-  EXPECT_TRUE(CKitFile::Exists(file));
-  a.DeleteDocument(letter);
-  a.DeleteDocument(sent);
-  EXPECT_FALSE(CKitFile::Exists(file) || letter);
-  EXPECT_FALSE(store.FindRecipient("PACKET", false));
-  EXPECT_EQ(store.GetFullSize(), 0);
-  EXPECT_EQ(store.GetDocumentCount(), 0U);
-  EXPECT_EQ(Cache("2"), "0,0");
-  EXPECT_TRUE(a.IsEmpty());
-}
-
 TEST_F(Folders, Files_go_only_after_all_records_and_one_that_stays_is_told) {
   CMSDocument first = NewUnreadLetter(a), second = NewUnreadLetter(a);
   const std::string stays = OnlyFile(first), goes = OnlyFile(second);
@@ -224,29 +205,6 @@ TEST_F(Folders, Counters_follow_every_change_and_heal_from_any_bad_entry) {
   EXPECT_EQ(StatusOf([&] { b.Type(1); }), 19);
 }
 
-TEST_F(Folders, A_move_that_fails_leaves_the_letter_with_one_link_to_the_folder_it_was_in) {
-  NewLetter(a);
-  // The new link, then the end of the old one.
-  for (const unsigned nth : {1u, 2u}) {
-    FaultyFiles files;
-    files.Fail({.calls = call::kWrite, .nth = nth, .path = "rltns3.db"});
-    Reopen([] {});
-    CMSDocument letter = store.GetDocument(4);
-    EXPECT_THROW(a.MoveDocument(letter, b), XKitFile);
-    EXPECT_EQ(letter.ParentID(), 2u);
-    letter = {};
-    Reopen([&] { files.Heal(); });
-    std::list<CMSDocument> inA, inB;
-    a.Documents(inA);
-    b.Documents(inB);
-    EXPECT_EQ(inA.size() * 10 + inB.size(), 10u) << nth;
-    inA.clear();
-    root = a = b = {}, store = {};
-  }
-  store = OpenStore(dir.Path());
-  EXPECT_FALSE(CKitFile::Exists(dir / "fixme.dat"));
-}
-
 TEST_F(Folders, Ends_of_a_link_that_disagree_are_reported_and_never_deleted) {
   const unsigned long letter = NewLetter(a).ID();
   Reopen([&] {
@@ -274,18 +232,6 @@ TEST_F(Folders, Ends_of_a_link_that_disagree_are_reported_and_never_deleted) {
   EXPECT_TRUE(Reported("IsEmpty" + number + "subobjects"));
 }
 
-TEST_F(Folders, Parents_in_a_circle_end_paths_moves_and_deletions) {
-  b.Move(a);
-  Reopen([&] { Patch(2, offsetof(CMSFolderData, ParentID), 3); });
-  StoreOf(b).Relations().Add({3, static_cast<int>(CMSObjectType::Folder), 2});
-  CMSFolder moved = root.CreateFolder("moved", "", 0);
-  EXPECT_EQ(b.FullName(), "A/B");
-  moved.Move(b);
-  EXPECT_EQ(moved.Parent(), b);
-  a.DeleteFolder(b);
-  EXPECT_TRUE(a && !moved);
-}
-
 TEST_F(Folders, A_tree_of_10000_levels_is_named_and_deleted) {
   CMSFolder folder = a;
   for (int i = 1; i < 10000; ++i) folder = folder.CreateFolder("f", "", 0);
@@ -293,29 +239,6 @@ TEST_F(Folders, A_tree_of_10000_levels_is_named_and_deleted) {
   root.DeleteFolder(a);
   EXPECT_FALSE(folder);
   EXPECT_EQ(root.GetFolderCount(), 1);
-}
-
-TEST_F(Folders, Threads_that_create_move_delete_and_list_leave_counts_that_agree) {
-  const auto work = [&] {
-    CMSFolder from = store.GetFolder(2), to = store.GetFolder(3);
-    for (int i = 0; i < 40; ++i) {
-      CMSDocument letter = NewLetter(from, kMarked);
-      CMSFolder folder = from.CreateFolder("x", "", 0);
-      from.MoveDocument(letter, to);
-      folder.Move(to);
-      if (i % 2 == 0) to.DeleteDocument(letter);
-      if (i % 2 == 0) to.DeleteFolder(folder);
-      std::list<CMSDocument> letters;
-      to.Documents(letters);
-      EXPECT_GE(to.GetUnreadDocumentCount(), 0);
-    }
-  };
-  std::vector<std::thread> threads;
-  for (int t = 0; t < 4; ++t) threads.emplace_back(work);
-  for (auto& thread : threads) thread.join();
-  EXPECT_TRUE(a.IsEmpty() && !b.IsEmpty());
-  EXPECT_EQ(b.GetDocumentCount() + b.GetFolderCount() + b.GetUnreadDocumentCount(), 3 * 80);
-  EXPECT_FALSE(CKitFile::Exists(dir / "fixme.dat"));
 }
 
 }  // namespace

@@ -19,8 +19,8 @@ using Level = CMSDurabilityLevel;
 // A process that holds a store, or was refused.
 class Holder {
  public:
-  Holder(const std::string& store, const char* mode, const std::string& letter = "")
-      : m_child({MS_WORKER, "hold", store, mode, letter}) {
+  Holder(const std::string& store, const std::string& letter)
+      : m_child({MS_WORKER, "hold", store, letter}) {
     EXPECT_EQ(m_child.Line(), "ready");
   }
   void Go() { m_child.Say("go"); }
@@ -55,7 +55,7 @@ TEST(Processes, Of_two_writers_one_wins_the_other_hears_17_at_once_and_a_death_f
     const bool isNew = round % 5 == 0;
     const std::string store = dir / (isNew ? "new" + std::to_string(round) : "new0");
     const std::string names[] = {KitFormat("%d first", round), KitFormat("%d second", round)};
-    Holder one(store, "write", names[0]), two(store, "write", names[1]);
+    Holder one(store, names[0]), two(store, names[1]);
     Holder* const order[] = {round % 2 == 0 ? &one : &two, round % 2 == 0 ? &two : &one};
     for (Holder* each : order) each->Go();
     const int codes[] = {one.Code(), two.Code()};
@@ -70,7 +70,7 @@ TEST(Processes, Of_two_writers_one_wins_the_other_hears_17_at_once_and_a_death_f
       continue;
     }
     EXPECT_EQ(winner.Kill(), -SIGKILL);
-    Holder heir(store, "write", "heir");
+    Holder heir(store, "heir");
     EXPECT_EQ(heir.CodeOfGoing(), 0);
     EXPECT_EQ(heir.End(), 0);
     EXPECT_TRUE(MSF::CFixer().RepairMS((store + "/").c_str()));
@@ -81,27 +81,6 @@ TEST(Processes, Of_two_writers_one_wins_the_other_hears_17_at_once_and_a_death_f
     EXPECT_TRUE(kept.count(name) != 0 && kept.at(name).size() == 1) << name;
   EXPECT_EQ(kept.size(), letters.size() + 1);
   std::cout << "50 fights, the slowest answer after " << Holder::slowest << " ms" << std::endl;
-}
-
-TEST(Processes, Readers_read_beside_each_other_and_writers_and_readers_exclude_each_other) {
-  const TempDir dir{InMemory()};
-  const std::string path = dir / "store";
-  Workload(OpenStore(path), 1, dir / "source", "").Step();
-  for (const bool isWritten : {false, true}) {
-    std::vector<std::unique_ptr<Holder>> holders;
-    for (int n = 0; n < (isWritten ? 1 : 4); ++n)
-      holders.push_back(std::make_unique<Holder>(path, isWritten ? "write" : "read"));
-    for (const auto& one : holders) one->Go();
-    for (const auto& one : holders) EXPECT_EQ(one->Code(), 0);
-    EXPECT_EQ(Holder(path, "write").CodeOfGoing(), 17);
-    EXPECT_EQ(Holder(path, "read").CodeOfGoing(), isWritten ? 17 : 0);
-#ifdef MS_TOOL
-    EXPECT_EQ(Child({MS_TOOL, "mkdir", path, "x"}).Wait(), 5);
-    EXPECT_EQ(Child({MS_TOOL, "stat", path}).Wait(), isWritten ? 5 : 0);
-#endif
-    for (const auto& one : holders) EXPECT_EQ(one->End(), 0);
-  }
-  EXPECT_EQ(CheckStore(path), std::vector<std::string>());
 }
 
 // ---- Killed writers.

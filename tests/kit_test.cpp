@@ -83,26 +83,6 @@ TEST(Paths, Normal_form_parts_and_joining) {
             Native("a/b/bb"));
 }
 
-TEST(KitFile, Failure_names_file_action_and_cause) {
-  const TempDir dir;
-  FaultyFiles files;
-  CKitFile file(dir / "f", {platform::Access::ReadWrite, platform::Disposition::CreateNew,
-                            platform::Sharing::All});
-  files.Fail({.calls = call::kWrite, .cause = platform::Cause::NoSpace, .written = 2});
-  try {
-    file.Write(0, "text", 4);
-    FAIL();
-  } catch (const XKitFile& failure) {
-    const platform::Status full(platform::Cause::NoSpace, failure.SystemCode());
-    EXPECT_EQ(failure.what(), "cannot write to '" + dir / "f" + "': " + full.Text());
-    EXPECT_EQ(failure.Why(), XKitFile::Cause::NoSpace);
-    EXPECT_EQ(failure.SystemCode(), FaultyFiles::CodeOf(platform::Cause::NoSpace));
-    EXPECT_EQ(failure.FileName(), dir / "f");
-  }
-  EXPECT_EQ(ReadBytes(dir / "f"), "te");
-  EXPECT_THROW(CKitFile(dir / "none", {}), XKitFile);
-}
-
 TEST(KitFile, Removing_copes_with_write_protection_and_wiping_overwrites_first) {
   const TempDir dir;
   EXPECT_FALSE(CKitFile::RemoveEx(dir / "none"));

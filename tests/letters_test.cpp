@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <random>
-#include <thread>
 #include <vector>
 
 #include "support/Engine.h"
@@ -161,33 +160,6 @@ TEST_F(Letters, Texts_fill_their_fields_and_longer_ones_are_refused) {
   EXPECT_EQ(letter.GetRecipientCount(), 1);
 }
 
-TEST_F(Letters, What_was_stored_is_there_after_reopening) {
-  CMSDocument letter = NewLetter(docflag::Encrypted | kIncoming, "AB-0123/45x");
-  const std::string subject(120, 's');
-  letter.Name(subject.c_str());
-  letter.LetterPath("C:\\letters");
-  letter.CreationData(" 5.11.2023 09:07");
-  letter.DeletedTime(-1);
-  CMSRecipient recipient = Address(letter, 0x4, "ENVELOPE.001");
-  recipient.PackDateTime("24.12.2030 23:59");
-  recipient.TransEnvFileName("ENVELOPE.002");
-  const unsigned long id = letter.ID();
-  letter = {}, recipient = {}, root = {}, store = {};
-
-  store = OpenStore(files.dir.Path(), true);
-  letter = store.GetDocument(id);
-  EXPECT_EQ(letter.Name().str(), subject);
-  EXPECT_EQ(letter.CreationData().str(), " 5.11.2023 09:07");
-  EXPECT_EQ(letter.DeletedTime(), -1);
-  EXPECT_EQ(letter.Flag(), kIncoming);  // nobody but an attachment makes it encrypted
-  EXPECT_FALSE(store.FindRecipient("ENVELOPE.001", true));
-  recipient = store.FindRecipient("ENVELOPE.002", true);
-  EXPECT_EQ(recipient.PackDateTime().str(), "24.12.2030 23:59");
-  EXPECT_EQ(recipient.ReadDateTime().str(), "");
-  EXPECT_EQ(CodeOf([&] { recipient.Flag(0); }), 19);
-  EXPECT_EQ(CodeOf([&] { letter.Name("x"); }), 19);
-}
-
 std::string Joined(std::initializer_list<CKitString> texts) {
   std::string all;
   for (const CKitString& text : texts) all += text.str() + "|";
@@ -217,37 +189,6 @@ TEST_F(Letters, Each_text_of_a_creation_goes_to_its_own_field) {
                     d.Annotation, d.Receiver, d.Reader}),
             all);
   EXPECT_EQ(r.Flag() + r.Category(), 0x106);
-}
-
-TEST_F(Letters, New_letters_keep_subjects_of_354_characters) {
-  for (const std::size_t length : {100u, 101u, 354u, 355u, 400u}) {
-    std::string subject(length, 'a');
-    for (std::size_t i = 0; i < length; ++i) subject[i] = static_cast<char>('a' + i % 26);
-    const CMSDocument l = root.CreateDocument(subject, "R", "", "", "", "", "", "", "", 0, 0);
-    EXPECT_EQ(l.Name().str(), subject.substr(0, 354));
-    EXPECT_EQ(l.RegNumber().str() + l.LetterPath().str(), "R");
-    EXPECT_EQ(l.CreationTime(), 0u);
-  }
-}
-
-TEST_F(Letters, An_envelope_name_given_again_and_the_place_of_a_letter) {
-  CMSFolder folder = root.CreateFolder("A", "", 0).CreateFolder("B", "", 0);
-  CMSDocument letter = folder.CreateDocument("", "", "", "", "", "", "", "", "", kIncoming, 0);
-  CMSRecipient recipient = Address(letter, 0, "ENVELOPE");
-  for (int i = 0; i < 2; ++i) {
-    recipient.TransEnvFileName("ENVELOPE");
-    EXPECT_EQ(store.FindRecipient("ENVELOPE", true), recipient);
-  }
-  letter.DeleteRecipient(recipient);
-  EXPECT_FALSE(store.FindRecipient("ENVELOPE", true));
-  EXPECT_EQ(letter.GetLocation(), "A/B");
-  const unsigned long id = letter.ID();
-  letter = {}, recipient = {}, folder = root = {}, store = {};
-  CKeyCarrier keys;
-  CGroupID group;
-  store =
-      CMSMessageStore(files.dir.Path().c_str(), keys, nullptr, group, false, true, nullptr, "Mine");
-  EXPECT_EQ(store.GetDocument(id).GetLocation(), "Mine/A/B");
 }
 
 TEST_F(Letters, Registration_numbers) {
@@ -389,35 +330,6 @@ TEST_F(Letters, Damaged_links_and_counts_are_reported_and_nothing_else_happens) 
             "CMSDocument::GetAttachmentCount detected mismatch in real and expected number of "
             "letter attachments\n"
             "CMSDocument::OnAttachmentFlagChanged detected mismatch in parent-child IDs\n");
-}
-
-TEST_F(Letters, Threads_change_one_letter_together) {
-  CMSDocument letter = NewLetter(kIncoming);
-  std::vector<std::thread> threads;
-  for (int i = 0; i < 3; ++i) {
-    threads.emplace_back([this, i, id = letter.ID()] {
-      CMSDocument mine = store.GetDocument(id);
-      for (int round = 0; round < 60; ++round) {
-        CMSAttachment attachment = Attach(mine, round % 2 == 0 ? 0 : attachmentflag::Read);
-        attachment.Size(10);
-        CMSRecipient recipient = Address(mine, 0x4, "SAME");
-        mine.Name(
-            std::string(90 + static_cast<std::size_t>(round), static_cast<char>('a' + i)).c_str());
-        const std::string seen = mine.Name();
-        EXPECT_EQ(seen.find_first_not_of(seen[0]), std::string::npos);
-        mine.IsUnread();
-        mine.GetRawStorageSize();
-        mine.DeleteRecipient(recipient);
-        if (round % 3 != 0) mine.DeleteAttachment(attachment);
-      }
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
-  EXPECT_EQ(letter.GetAttachmentCount(), 60);
-  EXPECT_EQ(letter.GetRecipientCount(), 0);
-  EXPECT_EQ(letter.Size(), 600u);
-  EXPECT_EQ(store.GetFullSize(), 600);
-  EXPECT_EQ(files.Reports(), "");
 }
 
 }  // namespace

@@ -54,47 +54,6 @@ TEST(Profile, Same_length_within_a_sector_is_one_write_of_the_changed_bytes) {
   EXPECT_EQ(ReadBytes(path), "[S]\r\nk=12945\r\np=" + pad + "\r\nq=ABCDEF\r\n");
 }
 
-// Whatever call fails, and in whatever way, there is the old text and no other file, or the new
-// text.
-TEST(Profile, Failed_write_leaves_the_old_file_and_nothing_else) {
-  const std::uint32_t kinds[] = {call::kOpen, call::kCreate,  call::kWrite, call::kSync,
-                                 call::kLock, call::kReplace, call::kStat,  call::kRead};
-  const std::string old = "[S]\r\nk=1\r\n";
-  for (const char* value : {"2", "longer"}) {
-    for (const std::uint32_t kind : kinds) {
-      for (unsigned nth = 1; nth <= 4; ++nth) {
-        const TempDir dir;
-        WriteBytes(dir / "p", old);
-        FaultyFiles files;
-        files.Fail({.calls = kind, .nth = nth, .cause = Cause::NoSpace, .written = 1});
-        const bool done = WriteProfileString(dir / "p", "S", "k", value);
-        files.Heal();
-        const std::string expected = done ? "[S]\r\nk=" + std::string(value) + "\r\n" : old;
-        EXPECT_EQ(ReadBytes(dir / "p"), expected) << kind << ' ' << nth;
-        EXPECT_EQ(Get(dir / "p", "S", "k"), done ? value : "1") << kind << ' ' << nth;
-        EXPECT_FALSE(std::filesystem::exists(dir / "p.new"));
-        const bool needed = nth == 1 && (kind == call::kReplace || kind == call::kSync);
-        EXPECT_TRUE(!needed || done == (value[1] == '\0')) << kind;
-      }
-    }
-  }
-}
-
-TEST(Profile, Death_at_any_change_leaves_the_old_or_the_new_text) {
-  for (unsigned nth = 1; nth <= 4; ++nth) {
-    const TempDir dir;
-    WriteBytes(dir / "p", "[S]\r\nk=1\r\n");
-    {
-      FaultyFiles files;
-      files.Fail({.calls = call::kChanges, .nth = nth, .forGood = true, .written = 3});
-      EXPECT_EQ(WriteProfileString(dir / "p", "S", "k", "22"), nth == 4);
-    }
-    EXPECT_EQ(Get(dir / "p", "S", "k"), nth == 4 ? "22" : "1");
-    EXPECT_TRUE(WriteProfileString(dir / "p", "S", "k", "333"));  // over what was left lying about
-    EXPECT_FALSE(std::filesystem::exists(dir / "p.new"));
-  }
-}
-
 bool WriteKeys(const std::string& path, const std::string& who) {
   bool done = true;
   for (int i = 0; i < 25; ++i) {

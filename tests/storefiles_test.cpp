@@ -3,8 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <thread>
-#include <vector>
 
 #include "ms/Source/MSFixer.h"
 #include "ms/Source/StoreFiles.h"
@@ -85,38 +83,6 @@ TEST_F(StoreFiles, A_report_is_journalled_requested_and_logged) {
   CKitFolder::MakeFolder(dir / "sub/fixme.dat");
   EXPECT_THROW(g_MSBaseInformer.InformBaseIsCorrupted(dir / "sub", "third"), XKitFile);
   EXPECT_FALSE(CKitFile::Exists(dir / "sub/ms3.db"));
-}
-
-TEST_F(StoreFiles, Reports_of_several_threads_are_whole_one_after_the_other) {
-  struct Slow : LogSink {
-    void WriteLogFormatted(const char* text, const char* prefix, int severity) override {
-      LogSink::WriteLogFormatted(text, prefix, severity);
-      std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-  } slow;
-  const auto reason = [](int t) {
-    return std::string(static_cast<std::size_t>(900 * t + 1), static_cast<char>('a' + t));
-  };
-  std::vector<std::thread> threads;
-  for (int t = 0; t < 4; ++t) {
-    threads.emplace_back([&, t] {
-      for (int i = 0; i < 10; ++i) g_MSBaseInformer.InformBaseIsCorrupted(dir.Path(), reason(t));
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
-  std::string journal = ReadBytes(dir / "fixme.dat");
-  const auto take = [](std::string& from, const std::string& what) {
-    const auto at = from.find(what);
-    ASSERT_NE(at, std::string::npos) << what;
-    from.erase(at, what.size());
-  };
-  for (int i = 0; i < 40; ++i) {
-    const std::string text =
-        "MS requests to be repaired (" + reason(i % 4) + ", " + dir.Path() + ")";
-    take(slow.events, "MS |" + text + "|2\n2|" + text + "|ms\\Source\\corrupted:93");
-    take(journal, kHead + reason(i % 4) + "\r\n");
-  }
-  EXPECT_EQ(journal + slow.events, "");
 }
 
 TEST_F(StoreFiles, Record_files_make_a_store_and_derived_ones_a_healthy_one) {

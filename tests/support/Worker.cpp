@@ -4,7 +4,7 @@
 //   worker write STORE SEED LEVEL STEPS SCRATCH   'o', opening, 'O', a 'a' for each step, 'c',
 //                                                 closing, 'C'
 //   worker repair STORE                           'o', repairing, 'C'
-//   worker hold STORE write|read LETTER           "ready"; waits for a line; then a line with the
+//   worker hold STORE LETTER                      "ready"; waits for a line; then a line with the
 //                                                 status of the opening (0: open) and its
 //                                                 milliseconds; holds the store until standard
 //                                                 input ends
@@ -16,7 +16,6 @@
 #include <string>
 
 #include "OpenStore.h"
-#include "Walk.h"
 #include "Workload.h"
 
 #include "ms/Source/MSFixer.h"
@@ -53,7 +52,6 @@ int Repair(const char* store) {
 }
 
 int Hold(char** arguments) {
-  const bool reads = std::string(arguments[1]) == "read";
   std::cout << "ready" << std::endl;
   std::string line;
   std::getline(std::cin, line);
@@ -61,14 +59,13 @@ int Hold(char** arguments) {
   int code = 0;
   CMSMessageStore store;
   try {
-    store = OpenStore(arguments[0], reads, nullptr, CMSDurabilityLevel::Operation);
+    store = OpenStore(arguments[0], false, nullptr, CMSDurabilityLevel::Operation);
   } catch (const XKitStatus& error) {
     code = error.Code();
   }
   const std::chrono::duration<double, std::milli> took = std::chrono::steady_clock::now() - begin;
-  if (code == 0 && reads) const Walk walk(store);
-  if (code == 0 && !reads)
-    store.Root().CreateDocument(arguments[2], "", "", "", "", "", "", "", "", docflag::Complete, 0);
+  if (code == 0)
+    store.Root().CreateDocument(arguments[1], "", "", "", "", "", "", "", "", docflag::Complete, 0);
   std::cout << code << " " << took.count() << std::endl;
   std::getline(std::cin, line);
   return code;
@@ -80,7 +77,7 @@ int main(int count, char** arguments) {
   const std::string mode = count > 1 ? arguments[1] : "";
   if (mode == "write" && count == 7) return Write(arguments + 2);
   if (mode == "repair" && count == 3) return Repair(arguments[2]);
-  if (mode == "hold" && count == 5) return Hold(arguments + 2);
+  if (mode == "hold" && count == 4) return Hold(arguments + 2);
   std::cerr << "see the comment at the head of Worker.cpp" << std::endl;
   return 2;
 }

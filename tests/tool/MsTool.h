@@ -2,6 +2,7 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <ms/MessageStore.h>
 
 #include <cstdlib>
 #include <filesystem>
@@ -52,6 +53,26 @@ class MsTool : public ::testing::Test {
     const Outcome result = Run("import", "in");
     EXPECT_EQ(result.code, code) << result.err;
     return result.out + result.err;
+  }
+  // What the command tells with --json.
+  json Figures(const std::string& command, int code, const std::string& rest = "",
+               const std::string& store = "store") const {
+    const Outcome result = Run(command, rest + " --json", store);
+    EXPECT_EQ(result.code, code) << command << " " << rest << "\n" << result.out << result.err;
+    return json::parse(result.out, nullptr, false);
+  }
+  CMSMessageStore Open(const std::string& store) const {
+    CKeyCarrier keys;
+    CGroupID group;
+    return {(m_dir / store).c_str(), keys, nullptr, group, false, false, nullptr, ""};
+  }
+  // Every file below the store.
+  std::map<std::string, std::string> Bytes(const std::string& store = "store") const {
+    std::map<std::string, std::string> files;
+    for (const auto& entry : fs::recursive_directory_iterator(m_dir / store))
+      files[fs::relative(entry.path(), m_dir / store)] =
+          entry.is_regular_file() ? Slurp(entry.path()) : "";
+    return files;
   }
   json Dump() const { return json::parse(Run("dump").out); }
 

@@ -1,6 +1,5 @@
 // Drives check, repair and journal over stores that were damaged by hand.
 #include <ms/MSFixer.h>
-#include <ms/MessageStore.h>
 #include <ms/corrupted.h>
 
 #include <array>
@@ -23,12 +22,6 @@ class Repair : public MsTool {
     Import();
     ASSERT_EQ(Run("backup", "bk").code, 0);
   }
-  std::map<std::string, std::string> Bytes() const {
-    std::map<std::string, std::string> files;
-    for (const auto& entry : fs::recursive_directory_iterator(m_dir / "store"))
-      files.emplace(entry.path(), entry.is_regular_file() ? Slurp(entry.path()) : "");
-    return files;
-  }
   // Writes over bytes of letter number n (from 0), counted from the start of its record.
   void Poke(int n, std::size_t offset, const std::string& bytes) const {
     PokeFile(48 + static_cast<std::size_t>(n) * 776 + 12 + offset, bytes);
@@ -48,11 +41,6 @@ class Repair : public MsTool {
     std::multimap<std::string, json> letters;
     Collect(json::parse(Run("dump", "", store).out)["folders"][0], letters);
     return letters.empty() ? "" : letters.begin()->second["ID"].dump();
-  }
-  json Figures(const std::string& command, int code, const std::string& rest = "") const {
-    const Outcome result = Run(command, rest + " --json");
-    EXPECT_EQ(result.code, code) << result.out << result.err;
-    return json::parse(result.out, nullptr, false);
   }
 };
 
@@ -84,7 +72,7 @@ TEST_F(Repair, Damage_is_found_without_a_change_then_mended_with_the_old_files_k
   const json repair = Figures("repair", 3, "--log log");
   EXPECT_EQ(repair["kinds"]["lost object"], 1);
   const fs::path old = m_dir / repair["oldFiles"].get<std::string>();
-  EXPECT_EQ(Slurp(old / "docs3.db"), damaged.at(m_dir / "store/docs3.db"));
+  EXPECT_EQ(Slurp(old / "docs3.db"), damaged.at("docs3.db"));
   const std::string log = Slurp(m_dir / "log");
   EXPECT_TRUE(log.starts_with("before\n"));
   EXPECT_NE(log.find("LOG ENDS HERE"), std::string::npos);
@@ -92,7 +80,7 @@ TEST_F(Repair, Damage_is_found_without_a_change_then_mended_with_the_old_files_k
   EXPECT_EQ(Run("check").code, 0);
   const auto mended = Bytes();
   EXPECT_EQ(Figures("repair", 0)["oldFiles"], "");
-  EXPECT_EQ(Slurp(m_dir / "store/docs3.db"), mended.at(m_dir / "store/docs3.db"));
+  EXPECT_EQ(Slurp(m_dir / "store/docs3.db"), mended.at("docs3.db"));
   EXPECT_EQ(Letters().find("letter 1")->second["ID"].dump(), id);
   EXPECT_EQ(Letters().find("letter 2")->second["Path"], "WMROOT");
   EXPECT_EQ(Run("mv", Letters().find("letter 2")->second["ID"].dump() + " INBOX/a").code, 0);
@@ -102,10 +90,7 @@ TEST_F(Repair, Damage_is_found_without_a_change_then_mended_with_the_old_files_k
 
 TEST_F(Repair, A_store_that_is_in_use_or_beyond_repair_stays_as_it_is) {
   {
-    CKeyCarrier keys;
-    CGroupID group;
-    const std::string path = m_dir / "store";
-    const CMSMessageStore open(path.c_str(), keys, nullptr, group, false, false, nullptr, "");
+    const CMSMessageStore open = Open("store");
     EXPECT_EQ(Run("check").code, 5);
     EXPECT_EQ(Run("repair").code, 5);
   }
@@ -149,7 +134,7 @@ TEST_F(Repair, A_deep_check_finds_missing_and_cut_files_which_a_repair_does_not_
   EXPECT_EQ(Run("check").out.find(stray), std::string::npos);
   EXPECT_EQ(Figures("repair", 0)["unnamedFiles"], json({stray}));
   EXPECT_TRUE(fs::exists(stray));
-  EXPECT_EQ(Slurp(m_dir / "store/docs3.db"), before.at(m_dir / "store/docs3.db"));
+  EXPECT_EQ(Slurp(m_dir / "store/docs3.db"), before.at("docs3.db"));
 }
 
 TEST_F(Repair, After_a_crash_a_store_is_written_only_when_a_scan_finds_it_good) {

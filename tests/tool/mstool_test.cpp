@@ -1,6 +1,4 @@
 // Drives the built program over letters that the tests write.
-#include <ms/MessageStore.h>
-
 #include "MsTool.h"
 
 namespace {
@@ -194,10 +192,7 @@ TEST_F(MsTool, Says_by_its_exit_code_what_kind_of_failure_it_was) {
   EXPECT_EQ(nowhere.err.rfind("mstool: nowhere: there is no such directory", 0), 0U);
   EXPECT_NE(Run("stat", "", "in").err.find("holds no store"), std::string::npos);
   {
-    CKeyCarrier keys;
-    CGroupID group;
-    const CMSMessageStore open((m_dir / "store").c_str(), keys, nullptr, group, false, false,
-                               nullptr, "");
+    const CMSMessageStore open = Open("store");
     EXPECT_EQ(Run("folders").code, 5);
     EXPECT_EQ(Run("mkdir", "x").code, 5);
     EXPECT_EQ(State(m_dir / "store"), "Active");
