@@ -288,23 +288,11 @@ TEST_F(BackupTest, Is_made_when_it_is_due_and_has_room_enough) {
   ExpectEqual();
 }
 
-TEST_F(BackupTest, Takes_what_the_filter_lets_pass_and_packs_the_oldest_out) {
-  struct Filter : CMSArchiver::CBackupFilter {
-    bool IsBackupNeeded(const CMSFolder& folder) override { return folder.Name() != "lists"; }
-    bool IsBackupNeeded(const CMSDocument& document) override {
-      return document.Name() != "letter 0";
-    }
-  } filter;
-  CMSArchiver archiver;
-  EXPECT_EQ(archiver.SetBackupFilter(&filter), nullptr);
-  archiver.Backup(source, (dir / "part").c_str(), nullptr, nullptr);
-  EXPECT_EQ(archiver.SetBackupFilter(nullptr), &filter);
-  EXPECT_EQ(Everything(dir / "part").size(), 3U);  // root, INBOX, letter 2
-
+TEST_F(BackupTest, Packs_the_oldest_out) {
   CMSBackupSettings settings;
   settings.CountRule = settings.Pack = true;
   settings.PackSize = static_cast<std::uint32_t>(2 * Find("letter 0", inbox).GetRawStorageSize());
-  archiver.Backup(source, (dir / "packed").c_str(), &settings, nullptr);
+  CMSArchiver().Backup(source, (dir / "packed").c_str(), &settings, nullptr);
   CMSMessageStore packed = OpenStore(dir / "packed");
   EXPECT_EQ(packed.GetDocumentCount(), 2U);
   CMSFolder packedInbox = packed.Root().OpenFolder(CKitString("INBOX"));

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <future>
 #include <vector>
 
 #include "support/Engine.h"
@@ -372,6 +373,21 @@ TEST_F(Copies, A_clone_that_fails_anywhere_leaves_nothing_and_the_next_one_works
   EXPECT_GT(failures, 100u);
   EXPECT_EQ(refused, 2u * 6);  // a record of each object
   EXPECT_EQ(unclean, 2u * 7);  // a link of each, and the packet name
+}
+
+TEST_F(Copies, Others_may_read_while_files_are_being_copied) {
+  FaultyFiles files;
+  const CMSDocument letter = Letter(Folder("a"), docflag::Complete);
+  std::vector<std::future<int>> readers;
+  files.Watch([&](const FaultyFiles::Call& made) {
+    if (made.kind != call::kCopy) return;
+    readers.push_back(std::async(std::launch::async, [&] { return letter.GetAttachmentCount(); }));
+    EXPECT_EQ(readers.back().wait_for(std::chrono::seconds(10)), std::future_status::ready);
+  });
+  CMSFolder target = letter.Parent();
+  letter.Clone(target, false);
+  files.Watch(nullptr);
+  EXPECT_EQ(readers.size(), 2u);
 }
 
 }  // namespace

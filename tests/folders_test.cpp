@@ -5,9 +5,9 @@
 #include <functional>
 #include <vector>
 
+#include "support/Engine.h"
 #include "support/FaultyFiles.h"
 #include "support/OpenStore.h"
-#include "support/TempDir.h"
 
 #include "ms/Source/FolderSupport.h"
 #include "platform/Profile.h"
@@ -84,15 +84,6 @@ class Folders : public testing::Test {
   CMSFolder a = root.CreateFolder("A", "props", -7), b = root.CreateFolder("B", "", 0);
 };
 
-int StatusOf(const std::function<void()>& call) {
-  try {
-    call();
-  } catch (const XKitStatus& status) {
-    return status.Code();
-  }
-  return 0;
-}
-
 std::string OnlyFile(const CMSDocument& letter) {
   std::list<CMSAttachment> attachments;
   letter.Attachments(attachments);
@@ -132,14 +123,14 @@ TEST_F(Folders, Refused_changes_leave_everything_as_it_was) {
       [&] { a.Move(b); },       [&] { a.Move(a); },
       [&] { root.Move(a); },    [&] { b.DeleteFolder(root); },
       [&] { a.Move(other); },   [&] { a.MoveDocument(letter, other); }};
-  for (std::size_t i = 0; i < refused.size(); ++i) EXPECT_EQ(StatusOf(refused[i]), 87) << i;
+  for (std::size_t i = 0; i < refused.size(); ++i) EXPECT_EQ(CodeOf(refused[i]), 87) << i;
   b.Move(a);
   a.MoveDocument(letter, a);
   EXPECT_EQ(ReadBytes(dir / "folders3.db"), before);
   EXPECT_EQ(events.Take(), "");
   root.DeleteFolder(a);
-  EXPECT_EQ(StatusOf([&] { b.CreateFolder("C", "", 0); }), 6);
-  EXPECT_EQ(StatusOf([] { CMSFolder().FullName(); }), 6);
+  EXPECT_EQ(CodeOf([&] { b.CreateFolder("C", "", 0); }), 6);
+  EXPECT_EQ(CodeOf([] { CMSFolder().FullName(); }), 6);
 }
 
 TEST_F(Folders, Each_change_sends_its_events_in_order) {
@@ -202,7 +193,7 @@ TEST_F(Folders, Counters_follow_every_change_and_heal_from_any_bad_entry) {
   EXPECT_EQ(b.GetUnreadDocumentCount(), 1);
   EXPECT_EQ(events.Take(), "F*3 ");
   EXPECT_EQ(Cache("3"), "");
-  EXPECT_EQ(StatusOf([&] { b.Type(1); }), 19);
+  EXPECT_EQ(CodeOf([&] { b.Type(1); }), 19);
 }
 
 TEST_F(Folders, Ends_of_a_link_that_disagree_are_reported_and_never_deleted) {

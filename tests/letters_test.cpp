@@ -292,7 +292,7 @@ TEST_F(Letters, Delivery_follows_the_recipients) {
   EXPECT_EQ(events.Take(), "");
 }
 
-TEST_F(Letters, Current_recipient_categories_and_order) {
+TEST_F(Letters, Current_recipient_categories_order_and_place) {
   CMSDocument letter = NewLetter();
   CMSRecipient other = Address(letter, 0, "", "G", "U1");
   const LogSink log;
@@ -306,6 +306,9 @@ TEST_F(Letters, Current_recipient_categories_and_order) {
   const CMSDocument later = NewLetter();
   store.SetCmpDocs([](const CMSDocument& a, const CMSDocument& b) { return a.ID() > b.ID(); });
   EXPECT_TRUE(later < letter && later > letter);
+  CMSFolder below = root.CreateFolder("A", "", 0).CreateFolder("B", "", 0);
+  letter.Move(below);
+  EXPECT_EQ(letter.GetLocation(), "A/B");
 }
 
 TEST_F(Letters, Damaged_links_and_counts_are_reported_and_nothing_else_happens) {

@@ -239,7 +239,8 @@ TEST_F(Store, Packets_lead_to_the_first_recipient_in_the_right_direction) {
     CMSRecipient first = Address(out, "PACKET_NAME_");
     EXPECT_EQ(store.FindRecipient("PACKET_NAME_X", true), second);
     EXPECT_EQ(store.FindRecipient("PACKET_NAME_", false), first);
-    first.TransEnvFileName("other");
+    for (int i = 0; i < 2; ++i) first.TransEnvFileName("other");  // the second time by itself
+    EXPECT_EQ(store.FindRecipient("other", false), first);
     EXPECT_FALSE(store.FindRecipient("PACKET_NAME_", false));
     EXPECT_FALSE(store.FindRecipient("", false));
     EXPECT_FALSE(store.FindRecipient(nullptr, false));

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <thread>
+#include <vector>
 
 #include "ms/Source/MSFixer.h"
 #include "ms/Source/StoreFiles.h"
@@ -83,6 +85,25 @@ TEST_F(StoreFiles, A_report_is_journalled_requested_and_logged) {
   CKitFolder::MakeFolder(dir / "sub/fixme.dat");
   EXPECT_THROW(g_MSBaseInformer.InformBaseIsCorrupted(dir / "sub", "third"), XKitFile);
   EXPECT_FALSE(CKitFile::Exists(dir / "sub/ms3.db"));
+}
+
+TEST_F(StoreFiles, Reports_of_several_threads_are_whole_one_after_the_other) {
+  const auto reason = [](int t) { return std::string(static_cast<std::size_t>(9000), "abcd"[t]); };
+  const auto report = [&](int t) {
+    for (int i = 0; i < 10; ++i) g_MSBaseInformer.InformBaseIsCorrupted(dir.Path(), reason(t));
+  };
+  {
+    std::vector<std::jthread> threads;
+    for (int t = 0; t < 4; ++t) threads.emplace_back(report, t);
+  }
+  std::string journal = ReadBytes(dir / "fixme.dat");
+  for (int t = 0; t < 40; ++t) {
+    const std::string entry = kHead + reason(t % 4) + "\r\n";
+    const auto at = journal.find(entry);
+    ASSERT_NE(at, std::string::npos);
+    journal.erase(at, entry.size());
+  }
+  EXPECT_EQ(journal, "");
 }
 
 TEST_F(StoreFiles, Record_files_make_a_store_and_derived_ones_a_healthy_one) {

@@ -90,10 +90,6 @@ struct Watcher : CMSArchiver::CStatusCallback {
   }
 };
 
-bool ByNumber(const CMSDocument& a, const CMSDocument& b) {
-  return a.RegNum() < b.RegNum();
-}
-
 class Actor {
  public:
   Actor(Hub& hub, unsigned number, unsigned seed)
@@ -273,11 +269,9 @@ class Actor {
       const CMSFolder folder = AnyFolder(place.store.Root());
       std::list<CMSDocument> letters;
       folder.Documents(letters);
-      place.store.SetCmpDocs(Chance(2) ? &ByNumber : nullptr);
       (void)folder.IsEmpty();
       (void)folder.GetRawStorageSize();
       for (const CMSDocument& letter : letters) {
-        (void)(letter < letters.front());
         (void)(letter.IsUnread() + letter.IsUndelivered());
         CMSDocument::CMSDocAttachmentInfo files;
         letter.AttachmentInfo(files);

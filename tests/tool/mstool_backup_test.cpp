@@ -168,17 +168,13 @@ TEST_F(Backup, Letters_are_copied_within_a_store_and_into_another) {
   const std::string id = Id("letter 1");
   const std::string copy = Run("cp", id + " INBOX").out;
   EXPECT_NE(copy, id + "\n");
-  EXPECT_EQ(json::parse(Run("show", copy.substr(0, copy.size() - 1) + " --json").out)["text"],
-            "text 1");
+  EXPECT_EQ(Figures("show", 0, copy.substr(0, copy.size() - 1))["text"], "text 1");
   EXPECT_EQ(Run("cp", id + " other:INBOX").code, 0) << "a folder of this name is there";
-  EXPECT_EQ(json::parse(Run("ls", "other:INBOX --json").out)["letters"].size(), 1U);
+  EXPECT_EQ(Figures("ls", 0, "other:INBOX")["letters"].size(), 1U);
   EXPECT_EQ(Run("cp", id + " ./other:INBOX").code, 0);
   EXPECT_EQ(Run("cp", id + " \"$PWD/store:INBOX/b\"").code, 0);
-  EXPECT_EQ(json::parse(Run("ls", "INBOX/b --json").out)["letters"].size(), 2U);
-  const json letters =
-      json::parse(Run("dump", "", "other").out)["folders"][0]["Folders"][1]["Documents"];
-  EXPECT_EQ(letters.size(), 1U);
-
+  EXPECT_EQ(Figures("ls", 0, "INBOX/b")["letters"].size(), 2U);
+  EXPECT_EQ(Figures("ls", 0, "INBOX", "other")["letters"].size(), 1U);
   EXPECT_EQ(Run("cp", id + " ./other:NOPE").code, 1);
   EXPECT_EQ(Run("cp", "99999 INBOX").code, 1);
   fs::remove(File("letter 2"));
@@ -186,7 +182,7 @@ TEST_F(Backup, Letters_are_copied_within_a_store_and_into_another) {
   EXPECT_EQ(missing.code, 2);
   EXPECT_NE(missing.err.find("--missing"), std::string::npos);
   EXPECT_EQ(Run("cp", Id("letter 2") + " ./other:INBOX --missing").code, 0);
-  EXPECT_EQ(json::parse(Run("ls", "INBOX --json", "other").out)["letters"].size(), 2U);
+  EXPECT_EQ(Figures("ls", 0, "INBOX", "other")["letters"].size(), 2U);
 }
 
 TEST_F(Backup, Wrong_uses_are_refused_with_their_exit_codes) {

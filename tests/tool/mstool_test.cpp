@@ -43,7 +43,7 @@ TEST_F(MsTool, Import_maps_header_recipients_body_and_nested_parts) {
     EXPECT_EQ(to[i]["Category"], i < 2 ? 1 : static_cast<int>(i));
     const std::string packet = to[i]["TransEnvFileName"];
     EXPECT_EQ(packet.size(), 12U);
-    EXPECT_EQ(json::parse(Run("find", packet + " --json").out)["recipient"]["ID"], to[i]["ID"]);
+    EXPECT_EQ(Figures("find", 0, packet)["recipient"]["ID"], to[i]["ID"]);
   }
 
   const json& files = letter["Attachments"];
@@ -162,7 +162,7 @@ TEST_F(MsTool, Trees_are_mirrored_maildirs_are_folders_and_a_second_import_doubl
   Write("d/README", "From here to there\nno letter\n");
   EXPECT_NE(Import().find("1  files without letters skipped"), std::string::npos);
   Import();
-  const json folders = json::parse(Run("folders", "--json").out)["folders"][0]["Folders"];
+  const json folders = Figures("folders", 0)["folders"][0]["Folders"];
   std::map<std::string, std::pair<int, int>> counts;
   const std::function<void(const json&)> count = [&](const json& list) {
     for (const json& f : list) {
@@ -176,7 +176,7 @@ TEST_F(MsTool, Trees_are_mirrored_maildirs_are_folders_and_a_second_import_doubl
   EXPECT_EQ(counts.at("INBOX/d/e"), std::pair(2, 2));
   EXPECT_EQ(counts.count("INBOX/m/cur") + counts.count("INBOX/m/tmp"), 0U);
   EXPECT_EQ(Run("import", "in/d/e/6.eml --into New/Place --batch 0").code, 0);
-  EXPECT_EQ(json::parse(Run("ls", "New/Place --json").out)["letters"].size(), 1U);
+  EXPECT_EQ(Figures("ls", 0, "New/Place")["letters"].size(), 1U);
   int deleted = 0;
   for (const auto& [name, letter] : Letters()) deleted += (letter["Flag"].get<int>() & 0x80) != 0;
   EXPECT_EQ(deleted, 2);
@@ -224,9 +224,7 @@ TEST_F(MsTool, Letters_and_folders_are_marked_moved_shown_extracted_and_removed)
   Write("a.eml", std::string("Subject: \x1B[31m\xE2\x80\xAEred\n") + kPlain);
   Import();
   const std::string id = std::to_string(Only()["ID"].get<int>());
-  const auto unread = [&] {
-    return json::parse(Run("ls", "INBOX --json").out)["folder"]["GetUnreadDocumentCount"];
-  };
+  const auto unread = [&] { return Figures("ls", 0, "INBOX")["folder"]["GetUnreadDocumentCount"]; };
   EXPECT_EQ(unread(), 1);
   EXPECT_EQ(Run("mark", id + " --unread").code, 0);  // is so already, and counts once
   EXPECT_EQ(unread(), 1);
@@ -236,7 +234,7 @@ TEST_F(MsTool, Letters_and_folders_are_marked_moved_shown_extracted_and_removed)
   EXPECT_EQ(unread(), 1);
   EXPECT_EQ(Run("show", id).out.find('\x1B'), std::string::npos);
   EXPECT_NE(Run("show", id).out.find("␛[31m\xEF\xBF\xBDred"), std::string::npos);
-  EXPECT_EQ(json::parse(Run("show", id + " --json").out)["text"], "text\n");
+  EXPECT_EQ(Figures("show", 0, id)["text"], "text\n");
 
   EXPECT_EQ(Run("mkdir", "a/b").code, 1);
   EXPECT_EQ(Run("mkdir", "-p a/b").code, 0);
@@ -259,9 +257,9 @@ TEST_F(MsTool, Letters_and_folders_are_marked_moved_shown_extracted_and_removed)
   EXPECT_EQ(Run("rm", "INBOX --purge").code, 1);
 
   EXPECT_EQ(Run("custom", "mine key 'a value'").code, 0);
-  EXPECT_EQ(json::parse(Run("custom", "mine key --json").out)["value"], "a value");
+  EXPECT_EQ(Figures("custom", 0, "mine key")["value"], "a value");
   EXPECT_EQ(Run("custom", "maintenance State Closed").code, 1);
-  const json stat = json::parse(Run("stat", "--json").out);
+  const json stat = Figures("stat", 0);
   EXPECT_EQ(stat["format"], 1);
   EXPECT_EQ(stat["records"][0]["UC"], 0);
   EXPECT_EQ(stat["Size"], 0);
