@@ -129,6 +129,19 @@ std::string Nothing(unsigned unchanged, unsigned removed = 0) {
 
 }  // namespace
 
+TEST_F(BackupTest, Keeps_what_the_source_has_deleted_until_asked_to_mirror) {
+  Backup();
+  const auto all = Everything(source);
+  inbox.DeleteFolder(lists);
+  CMSDocument gone = Find("letter 0", inbox);
+  inbox.DeleteDocument(gone);
+  EXPECT_EQ(Backup(), Nothing(1));
+  EXPECT_EQ(Everything(dir / "backup"), all);
+  EXPECT_EQ(Backup(kBackupMirror | kBackupPlanOnly), Nothing(1, 3));
+  EXPECT_EQ(Backup(kBackupMirror), Nothing(1, 3));
+  ExpectEqual();
+}
+
 TEST_F(BackupTest, Recognises_letters_without_its_map) {
   Letter(inbox, "letter 0");  // one that is there twice, but for its time
   Backup();

@@ -223,6 +223,18 @@ TEST_F(Folders, Ends_of_a_link_that_disagree_are_reported_and_never_deleted) {
   EXPECT_TRUE(Reported("IsEmpty" + number + "subobjects"));
 }
 
+TEST_F(Folders, Parents_in_a_circle_end_paths_moves_and_deletions) {
+  b.Move(a);
+  Reopen([&] { Patch(2, offsetof(CMSFolderData, ParentID), 3); });
+  StoreOf(b).Relations().Add({3, static_cast<int>(CMSObjectType::Folder), 2});
+  CMSFolder moved = root.CreateFolder("moved", "", 0);
+  EXPECT_EQ(b.FullName(), "A/B");
+  moved.Move(b);
+  EXPECT_EQ(moved.Parent(), b);
+  a.DeleteFolder(b);
+  EXPECT_TRUE(a && !moved);
+}
+
 TEST_F(Folders, A_tree_of_10000_levels_is_named_and_deleted) {
   CMSFolder folder = a;
   for (int i = 1; i < 10000; ++i) folder = folder.CreateFolder("f", "", 0);

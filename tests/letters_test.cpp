@@ -303,6 +303,8 @@ TEST_F(Letters, Current_recipient_categories_order_and_place) {
   EXPECT_EQ(letter.GetCurrentRecipient(), current);
   letter.SetCategory("G", "U2", 9);
   EXPECT_EQ(current.Category() * 10 + other.Category(), 90);
+  current.PackDateTime("24.12.2030 23:59");
+  EXPECT_EQ(current.PackDateTime() + current.ReadDateTime(), "24.12.2030 23:59");
   const CMSDocument later = NewLetter();
   store.SetCmpDocs([](const CMSDocument& a, const CMSDocument& b) { return a.ID() > b.ID(); });
   EXPECT_TRUE(later < letter && later > letter);

@@ -102,10 +102,10 @@ class MsTool : public ::testing::Test {
     const auto at = text.find("State=");
     return at == text.npos ? "" : text.substr(at + 6, text.find_first_of("\r\n", at) - at - 6);
   }
-  void SetState(const std::string& state) const {
-    std::string text = Slurp(m_dir / "store/ms3.db");
-    text.replace(text.find("State=") + 6, State(m_dir / "store").size(), state);
-    std::ofstream(m_dir / "store/ms3.db", std::ios::binary) << text;
+  void SetState(const std::string& state, const std::string& store = "store") const {
+    std::string text = Slurp(m_dir / store / "ms3.db");
+    text.replace(text.find("State=") + 6, State(m_dir / store).size(), state);
+    std::ofstream(m_dir / store / "ms3.db", std::ios::binary) << text;
   }
 
   fs::path m_dir;

@@ -161,6 +161,25 @@ TEST_F(Backup, Verify_names_changed_fields_flipped_bytes_and_what_is_missing) {
   EXPECT_NE(told.err.find("(INBOX/a, \"letter 3\"): "), std::string::npos) << told.err;
 }
 
+TEST_F(Backup, One_that_was_stopped_is_finished_by_the_next) {
+  Fill(30, 20000);
+  for (const char* signal : {"TERM", "KILL"}) {
+    fs::remove_all(m_dir / "bk");
+    // Once it has begun to copy.
+    const std::string line =
+        "cd '" + m_dir.string() +
+        "' && { \"$MSTOOL\" backup store bk >out 2>&1 & "
+        "while [ ! -s bk/docs3.db ] && kill -0 $!; do :; done; sleep 0.01; kill -" +
+        signal + " $!; wait $!; true; } 2>/dev/null";
+    EXPECT_EQ(std::system(line.c_str()), 0);
+    EXPECT_EQ(Run("backup", "bk").code, 0);
+    ExpectEqual("store", "bk", "--exact");
+  }
+  SetState("Active", "bk");
+  const Outcome next = Run("backup", "bk");
+  EXPECT_NE(next.err.find("not closed properly"), next.err.npos) << next.err;
+}
+
 TEST_F(Backup, Letters_are_copied_within_a_store_and_into_another) {
   Fill(2);
   EXPECT_EQ(Run("create", "", "other").code, 0);
