@@ -30,48 +30,28 @@ void Compare(const CMSRelationsDB& relations, const std::set<SIDInfo>& touched,
   }
 }
 
-// The file takes every change; returns how many links it has then.
-std::size_t Apply(CMSRelationsDB& relations, const std::vector<fuzz::EntryChange>& changes,
-                  std::set<SIDInfo>& touched, std::set<SIDInfo>& present) {
-  std::size_t links = relations.Size();
-  for (const fuzz::EntryChange& change : changes) {
-    const SIDInfo link = LinkOf(change);
-    const bool had = relations.Contains(link);
-    Expect(touched.insert(link).second || had == (present.count(link) != 0), "a link before");
-    const bool done = change.adds ? relations.Add(link) : relations.Remove(link);
-    Expect(done == (had != change.adds), "change of a link");
-    if (done) links += change.adds ? 1 : std::size_t(-1);
-    if (change.adds)
-      present.insert(link);
-    else
-      present.erase(link);
-  }
-  return links;
-}
-
 }  // namespace
 
-// What was opened and found sound takes every change, and is the same when it is opened again.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  fuzz::Input in(data, size);
-  const auto changes = fuzz::ChangesOf(in.Part());
-  const std::string& directory = fuzz::EmptyScratch();
-  WriteBytes(directory + "/entries.db", in.Rest());
-  CMSDurability durability(CMSDurabilityLevel::Process, directory);
-  const auto check = [&](bool readOnly) {
-    const CMSRelationsDB file({g_MSBaseInformer, durability, readOnly}, directory, "entries");
-    file.CheckInvariants();
-  };
-  fuzz::Try([&] { check(true); });
-  if (!fuzz::Try([&] { check(false); })) return 0;
   std::set<SIDInfo> touched, present;
   std::size_t links = 0;
-  for (const bool again : {false, true}) {
-    CMSRelationsDB file({g_MSBaseInformer, durability, false}, directory, "entries");
-    if (!again) links = Apply(file, changes, touched, present);
-    file.CheckInvariants();
-    Expect(file.Size() == links, "number of links");
-    Compare(file, touched, present);
-  }
+  fuzz::RunEntries<CMSRelationsDB>(
+      data, size, ".db", [&](const CMSRelationsDB& relations) { links = relations.Size(); },
+      [&](CMSRelationsDB& relations, const fuzz::EntryChange& change) {
+        const SIDInfo link = LinkOf(change);
+        const bool had = relations.Contains(link);
+        Expect(touched.insert(link).second || had == (present.count(link) != 0), "a link before");
+        const bool done = change.adds ? relations.Add(link) : relations.Remove(link);
+        Expect(done == (had != change.adds), "change of a link");
+        if (done) links += change.adds ? 1 : std::size_t(-1);
+        if (change.adds)
+          present.insert(link);
+        else
+          present.erase(link);
+      },
+      [&](const CMSRelationsDB& relations) {
+        Expect(relations.Size() == links, "number of links");
+        Compare(relations, touched, present);
+      });
   return 0;
 }
