@@ -1,12 +1,11 @@
 #include "bench/Letters.h"
 
-#include <cstdint>
-
 namespace {
 
-void Attach(CMSDocument& letter, long flags) {
-  letter.AddAttachment("report.pdf", false, "report.pdf", "report.pdf",
-                       flags | attachmentflag::FileRemoved);
+void Attach(CMSDocument& letter, const std::string& source, long flags) {
+  if (source.empty()) flags |= attachmentflag::FileRemoved;
+  letter.AddAttachment(source.empty() ? "report.pdf" : source, false, "report.pdf", "report.pdf",
+                       flags);
 }
 
 void Address(CMSDocument& letter, const std::string& packet, const std::string& user) {
@@ -25,14 +24,24 @@ std::string PacketName(std::size_t letter, std::size_t recipient) {
   return KitFormat("%012llX", static_cast<unsigned long long>(number * kOddFactor & kMask));
 }
 
-CMSDocument PutLetter(CMSFolder& folder, std::size_t number) {
-  CMSDocument letter = folder.CreateDocument(
-      KitFormat("Figures of the week, number %zu", number), "IN-2024/17", "07.03.2024 09:30", "",
-      "GROUP0000001", "U0000042", "reception", "head office", "Accounts Desk", 0, 0);
+std::string Subject(std::size_t letter) {
+  return KitFormat("Figures of the week, number %zu", letter);
+}
+
+std::int32_t LetterFlag(std::size_t letter) {
+  return docflag::Incoming | docflag::Complete |
+         static_cast<std::int32_t>(letter % 64) * kUnreadBit;
+}
+
+CMSDocument PutLetter(CMSFolder& folder, std::size_t number, const std::string& source) {
+  CMSDocument letter =
+      folder.CreateDocument(Subject(number), "IN-2024/17", "07.03.2024 09:30", "", "GROUP0000001",
+                            "U0000042", "reception", "head office", "Accounts Desk", 0, 0);
   const long read = number % 2 == 0 ? attachmentflag::Read : 0;
-  for (std::size_t i = 0; i < kAttachments; ++i) Attach(letter, read);
+  for (std::size_t i = 0; i < kAttachments; ++i)
+    Attach(letter, source, i == 0 && !source.empty() ? read | attachmentflag::Body : read);
   for (std::size_t i = 0; i < kRecipients; ++i)
     Address(letter, PacketName(number, i), KitFormat("user%zu", number % 500));
-  letter.Flag(docflag::Incoming | docflag::Complete);
+  letter.Flag(LetterFlag(number));
   return letter;
 }

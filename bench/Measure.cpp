@@ -3,7 +3,10 @@
 #include <benchmark/benchmark.h>
 
 #include <fstream>
+#include <memory>
+#include <vector>
 
+#include "kit/KitFile.h"
 #include "kit/SharedLock.h"
 
 #ifdef __GLIBC__
@@ -51,4 +54,19 @@ void ReturnFreeMemory() {
 #ifdef __GLIBC__
   malloc_trim(0);
 #endif
+}
+
+double ReadLoadedFiles(const std::string& directory) {
+  ReturnFreeMemory();
+  std::vector<std::unique_ptr<std::byte[]>> contents;
+  const Stopwatch watch;
+  for (const char* name :
+       {"attach3.idx", "rcpt3.idx", "docs3.idx", "folders3.idx", "rltns3.db", "packets3.db"}) {
+    CKitFile file(CKitFile::Join(directory, name), {});
+    const auto length = static_cast<std::size_t>(file.Length());
+    contents.push_back(std::make_unique_for_overwrite<std::byte[]>(length));
+    file.Read(0, contents.back().get(), length);
+  }
+  benchmark::ClobberMemory();
+  return watch.Seconds();
 }

@@ -1,31 +1,10 @@
 // Opening a store, beside the least that it could cost, and what it takes of memory.
-#include <memory>
-
 #include "bench/Letters.h"
 #include "bench/Measure.h"
 #include "bench/Register.h"
 #include "bench/Stores.h"
 
 namespace {
-
-// What opening has to read whole.
-constexpr const char* kLoadedFiles[] = {"attach3.idx",  "rcpt3.idx", "docs3.idx",
-                                        "folders3.idx", "rltns3.db", "packets3.db"};
-
-// Reads those files, each at one go, into memory that was not used before. Answers the seconds.
-double ReadLoadedFiles(const TempDir& directory) {
-  ReturnFreeMemory();
-  std::vector<std::unique_ptr<std::byte[]>> contents;
-  const Stopwatch watch;
-  for (const char* name : kLoadedFiles) {
-    CKitFile file(directory / name, {});
-    const auto length = static_cast<std::size_t>(file.Length());
-    contents.push_back(std::make_unique_for_overwrite<std::byte[]>(length));
-    file.Read(0, contents.back().get(), length);
-  }
-  benchmark::ClobberMemory();
-  return watch.Seconds();
-}
 
 void FindFirstPacket(CMSMessageStore& store) {
   benchmark::DoNotOptimize(store.FindRecipient(PacketName(0, 0).c_str(), true));
@@ -36,7 +15,7 @@ void Open(benchmark::State& state) {
   const TempDir& directory = Prepared(LettersOf(state)).directory;
   double opening = 0, reading = 0, finding = 0;
   for (auto _ : state) {
-    reading += ReadLoadedFiles(directory);
+    reading += ReadLoadedFiles(directory.Path());
     ReturnFreeMemory();
     const Stopwatch watch;
     CMSMessageStore store = OpenStore(directory.Path());
