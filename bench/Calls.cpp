@@ -111,7 +111,7 @@ class Counted {
   std::uint64_t m_written = 0, m_flushed = 0;
   FaultyFiles m_files;  // in place before the store, gone after it
   const Level m_level;
-  const TempDir m_directory;
+  const TempDir m_directory{InMemory()};  // what is counted is the same, and syncs are quick
   CMSMessageStore m_store;
   CMSFolder m_inbox, m_other;
   std::vector<unsigned long> m_ids;
