@@ -98,7 +98,8 @@ class Counted {
     std::printf("| %s | %s |", what, m_level.name);
     for (std::size_t i = 0; i < std::size(kColumns); ++i) {
       const unsigned calls = m_files.Count(kColumns[i].calls) - before[i];
-      std::printf(" %.4g", static_cast<double>(calls) / times);
+      const double each = static_cast<double>(calls) / times;
+      std::printf(each < 10'000 ? " %.4g" : " %.0f", each);
       const std::uint64_t bytes = kColumns[i].calls == call::kWrite   ? m_written
                                   : kColumns[i].calls == call::kFlush ? m_flushed
                                                                       : 0;
