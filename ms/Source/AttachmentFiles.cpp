@@ -49,16 +49,23 @@ bool IsWholePath(std::string_view name) {
   return name.size() > 2 && kAnySeparator.find(name[2]) != name.npos;
 }
 
-// The components of a store-relative name; none at all when one of them is no plain name.
-std::vector<std::string> Components(std::string_view stored) {
+std::vector<std::string> Parts(std::string_view path) {
   std::vector<std::string> parts;
-  for (std::size_t begin = 0; begin <= stored.size();) {
-    const std::size_t end = std::min(stored.find_first_of(kAnySeparator, begin), stored.size());
-    const std::string_view part = stored.substr(begin, end - begin);
-    if (part.empty() || part == "." || part == "..") return {};
-    parts.emplace_back(part);
+  for (std::size_t begin = 0; begin <= path.size();) {
+    const std::size_t end = std::min(path.find_first_of(kAnySeparator, begin), path.size());
+    parts.emplace_back(path.substr(begin, end - begin));
     begin = end + 1;
   }
+  return parts;
+}
+
+// The components of a store-relative name; none at all when one of them is no plain name.
+std::vector<std::string> Components(std::string_view stored) {
+  std::vector<std::string> parts = Parts(stored);
+  const auto isPlain = [](const std::string& part) {
+    return !part.empty() && part != "." && part != "..";
+  };
+  if (!std::all_of(parts.begin(), parts.end(), isPlain)) parts.clear();
   return parts;
 }
 
@@ -70,12 +77,8 @@ std::string Below(const std::string& directory, const std::vector<std::string>& 
 }
 
 bool Climbs(std::string_view path) {
-  for (std::size_t begin = 0; begin <= path.size();) {
-    const std::size_t end = std::min(path.find_first_of(kAnySeparator, begin), path.size());
-    if (path.substr(begin, end - begin) == "..") return true;
-    begin = end + 1;
-  }
-  return false;
+  const auto parts = Parts(path);
+  return std::find(parts.begin(), parts.end(), "..") != parts.end();
 }
 
 // A client's own path that means here what it meant where it was stored: another platform's would
