@@ -17,6 +17,14 @@ class CKitReference {
 
  protected:
   CKitReference() = default;
+  // Gives a reference back, unless it is the last one.
+  bool ReleaseUnlessLast() {
+    long count = m_references.load(std::memory_order_relaxed);
+    while (count > 1)
+      if (m_references.compare_exchange_weak(count, count - 1, std::memory_order_acq_rel))
+        return true;
+    return false;
+  }
 
  private:
   std::atomic<long> m_references{1};

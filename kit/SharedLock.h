@@ -33,6 +33,8 @@ class CSharedLock {
     Lock();
     m_depth = depth;
   }
+  // How often the calling thread, which holds it, has taken it.
+  unsigned Depth() const { return m_depth; }
 
  private:
   std::mutex m_mutex;
@@ -40,13 +42,15 @@ class CSharedLock {
   unsigned m_depth = 0;  // guarded by m_mutex
 };
 
+// Holds a lock of any kind exclusively.
+template <class Lock>
 class CSharedLocker {
  public:
-  explicit CSharedLocker(CSharedLock& lock) : m_lock(lock) { m_lock.Lock(); }
+  explicit CSharedLocker(Lock& lock) : m_lock(lock) { m_lock.Lock(); }
   ~CSharedLocker() { m_lock.Unlock(); }
   CSharedLocker(const CSharedLocker&) = delete;
   CSharedLocker& operator=(const CSharedLocker&) = delete;
 
  private:
-  CSharedLock& m_lock;
+  Lock& m_lock;
 };

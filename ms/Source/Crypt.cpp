@@ -94,22 +94,28 @@ void DropKey(CMSDocumentData& record) {
   record.CryptInfo[kFilled] = 0;
 }
 
+void NoteEncryption(CMSDocumentData& record) {
+  record.Flag = static_cast<std::int32_t>(record.Flag | docflag::Encrypted);
+}
+
+void ForgetEncryption(CMSDocumentData& record) {
+  record.Flag = static_cast<std::int32_t>(record.Flag & ~docflag::Encrypted);
+  DropKey(record);
+}
+
 void* CMSDocument::Key(const CKeyCarrier* carrier, CAbstractAsymmKey* asymm, void* key) const {
-  bool found = false;
-  const Outcome outcome = Access::Read(*this, [&](const Record& record) -> Outcome {
-    found = HasKey(record);
-    if (!found) return {};
-    RequireBuffers({key});
-    return Attempt([&] {
-      const CryptAddInfo info = InfoIn(record);
-      return MemoryEncryption().DecryptMemoryEx(carrier, asymm, info.Group, record.Key,
-                                                sizeof record.Key, record.KeyInit,
-                                                record.KeyIntegrity, info, key);
-    });
+  const Record record = Access::Copy(*this);
+  if (!HasKey(record)) return nullptr;
+  RequireBuffers({key});
+  const Outcome outcome = Attempt([&] {
+    const CryptAddInfo info = InfoIn(record);
+    return MemoryEncryption().DecryptMemoryEx(carrier, asymm, info.Group, record.Key,
+                                              sizeof record.Key, record.KeyInit,
+                                              record.KeyIntegrity, info, key);
   });
   RequireDone(*this, outcome, kit::kStatusKeyUnusable, "recovered",
               "Use the key carrier and the crypto info that it was stored with.");
-  return found ? key : nullptr;
+  return key;
 }
 
 void CMSDocument::Key(CKeyCarrier* carrier, CAbstractAsymmKey* asymm, const void* key,

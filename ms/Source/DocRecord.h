@@ -1,4 +1,4 @@
-// The record of a letter that is about to be created.
+// The record of a letter: as it is created, and its key.
 #pragma once
 
 #include <cstdint>
@@ -19,3 +19,8 @@ CMSDocumentData MakeDocumentRecord(std::uint32_t folder, const CKitString& subje
 
 // Clears the enciphered key, and the crypto info value that says that the others are filled.
 void DropKey(CMSDocumentData& record);
+
+// Sets the bit that says that some attachment is encrypted.
+void NoteEncryption(CMSDocumentData& record);
+// Clears it; a letter with nothing encrypted keeps no key.
+void ForgetEncryption(CMSDocumentData& record);

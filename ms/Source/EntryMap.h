@@ -80,12 +80,27 @@ class CMSEntryMap {
     const Entry* entry = m_entries.Find(key);
     return entry != nullptr ? std::optional<Entry>(*entry) : std::nullopt;
   }
+  // As Find, for keys that are distinct and a caller that keeps all changes out. Takes no lock.
+  const Entry* Peek(const Key& key) const {
+    static_assert(Traits::kUnique);
+    return m_entries.Find(key);
+  }
   // The first entry whose key is not less.
   std::optional<Entry> LowerBound(const Key& key) const {
     const CSharedLocker guard(m_lock);
     Sort();
     const auto at = m_entries.LowerBound(key);
     return m_entries.IsEnd(at) ? std::nullopt : std::optional<Entry>(m_entries.At(at));
+  }
+
+  // Calls body with one entry after the other from the first whose key is not less, until it
+  // answers false. The lock is held meanwhile.
+  template <class Body>
+  void From(const Key& key, Body body) const {
+    const CSharedLocker guard(m_lock);
+    Sort();
+    auto at = m_entries.LowerBound(key);
+    while (!m_entries.IsEnd(at) && body(m_entries.At(at))) at = m_entries.Next(at);
   }
 
   // The entry with the greatest key.

@@ -41,6 +41,11 @@ class CMSIndex {
     const auto entry = m_map.Find(key);
     return entry ? std::optional<std::uint32_t>(entry->value) : std::nullopt;
   }
+  // The same for a caller that keeps all changes out: takes no lock.
+  std::optional<std::uint32_t> Peek(std::uint32_t key) const {
+    const auto* entry = m_map.Peek(key);
+    return entry != nullptr ? std::optional<std::uint32_t>(entry->value) : std::nullopt;
+  }
   // False when the key is there already. XKitFile when the write fails; nothing is changed then.
   bool Add(std::uint32_t key, std::uint32_t container) { return m_map.Add({key, container, 0}); }
   // False when the key is unknown. XKitFile when the write fails.

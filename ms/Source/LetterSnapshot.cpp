@@ -9,7 +9,7 @@ namespace {
 
 template <class T>
 T RecordOf(const CMSObject<T>& handle) {
-  T record = Access::Read(handle, [](const T& stored) { return stored; });
+  T record = Access::Copy(handle);
   EndTexts(record);
   return record;
 }

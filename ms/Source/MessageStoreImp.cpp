@@ -56,6 +56,31 @@ CMSMessageStoreImp::~CMSMessageStoreImp() {
   RunOrLog([this] { Close(); }, "ms\\Source\\MessageStoreImp", __LINE__);
 }
 
+template <class Body>
+void CMSMessageStoreImp::ForEachDatabase(Body body) const {
+  body(*m_attachments);
+  body(*m_recipients);
+  body(*m_documents);
+  body(*m_folders);
+}
+
+// As long as a handle on the store itself is left, nobody needs to know how many there are on its
+// objects. Only one thread can give the last one of the former back first.
+void CMSMessageStoreImp::Release() {
+  if (!m_handlesAreTold) {
+    if (ReleaseUnlessLast()) return;
+    if (!m_handlesAreTold.exchange(true))
+      ForEachDatabase([](auto& database) { database.TellStore(); });
+  }
+  CKitReference::Release();
+}
+
+bool CMSMessageStoreImp::IsSingleOwned() const {
+  bool isInUse = false;
+  ForEachDatabase([&](auto& database) { isInUse = isInUse || database.IsInUse(); });
+  return !isInUse && CKitReference::IsSingleOwned();
+}
+
 void CMSMessageStoreImp::Open(const OpenArguments& arguments) {
   if (!m_readOnly) MakeDirectory();
   CMSConverter(m_directory, CMSMessageStore::s_bCheckDataConverting)

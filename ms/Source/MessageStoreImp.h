@@ -40,6 +40,10 @@ class CMSMessageStoreImp : public CKitReference {
   explicit CMSMessageStoreImp(const OpenArguments& arguments);
   ~CMSMessageStoreImp() override;
 
+  void Release() override;
+  // Whether nobody but the caller holds the store or one of its objects.
+  bool IsSingleOwned() const;
+
   CSharedLock& Lock() const { return m_lock; }
   long SerialNumber() const { return m_serialNumber; }
   bool IsReadOnly() const { return m_readOnly || m_durability.HasFailed(); }
@@ -107,6 +111,7 @@ class CMSMessageStoreImp : public CKitReference {
 
   CMSRelationsDB& Relations() { return *m_relations; }
   CMSObjectDB<CMSFolderData>& Folders() { return *m_folders; }
+  CMSObjectDB<CMSDocumentData>& Documents() { return *m_documents; }
 
   void SetCmpDocs(bool (*compare)(const CMSDocument&, const CMSDocument&));
   bool (*CmpDocs() const)(const CMSDocument&, const CMSDocument&);
@@ -131,6 +136,8 @@ class CMSMessageStoreImp : public CKitReference {
   void CountersChanged();
   bool SaveCounters();
   void CheckWritable() const;
+  template <class Body>
+  void ForEachDatabase(Body body) const;
   template <class Handle, class T>
   Handle Create(CMSObjectDB<T>& database, CMSObjectType type, std::uint32_t id,
                 std::uint32_t parent, const T& data);
@@ -138,6 +145,7 @@ class CMSMessageStoreImp : public CKitReference {
   bool Remove(CMSObjectDB<T>& database, CMSObjectType type, std::uint32_t id, std::uint32_t parent);
 
   mutable CSharedLock m_lock;
+  std::atomic<bool> m_handlesAreTold{false};
   const bool m_readOnly;
   const std::string m_directory;
   const std::string m_name;

@@ -35,22 +35,18 @@ class Rollback {
 }  // namespace
 
 CMSDocument CMSMessageStoreImp::GetDocument(std::uint32_t id) {
-  const CSharedLocker guard(m_lock);
   return CMSDocument(m_documents->Get(id));
 }
 
 CMSFolder CMSMessageStoreImp::GetFolder(std::uint32_t id) {
-  const CSharedLocker guard(m_lock);
   return CMSFolder(m_folders->Get(id));
 }
 
 CMSAttachment CMSMessageStoreImp::GetAttachment(std::uint32_t id) {
-  const CSharedLocker guard(m_lock);
   return CMSAttachment(m_attachments->Get(id));
 }
 
 CMSRecipient CMSMessageStoreImp::GetRecipient(std::uint32_t id) {
-  const CSharedLocker guard(m_lock);
   return CMSRecipient(m_recipients->Get(id));
 }
 

@@ -28,14 +28,9 @@ CMSObject<T>& CMSObject<T>::operator=(CMSObject&& other) noexcept {
   return *this;
 }
 
-// The store may close with its last handle, so it is let go last.
 template <class T>
 CMSObject<T>::~CMSObject() {
-  CMSDBObject* const cell = std::exchange(m_cell, nullptr);
-  if (cell == nullptr) return;
-  CKitReference* const store = cell->owner->Store();
-  cell->owner->Release(*cell);
-  if (store != nullptr) store->Release();
+  if (CMSDBObject* const cell = std::exchange(m_cell, nullptr)) cell->owner->Release(*cell);
 }
 
 template <class T>

@@ -17,13 +17,18 @@ struct CMSFieldAccess {
     return Checked(handle.m_cell);
   }
 
-  // Calls body with the record, const T&, and answers what it answers.
+  // Calls body with the record, const T&, and answers what it answers. The body only copies out: it
+  // calls nothing that takes a lock.
   template <class T, class Body>
   static auto Read(const CMSObject<T>& handle, Body body) {
     CMSDBObject& cell = Cell(handle);
-    CMSRecordFile& file = cell.owner->File();
-    const CSharedLocker guard(file.Lock());
-    return body(*reinterpret_cast<const T*>(file.Read(Number(cell), cell.key)));
+    return cell.owner->File().Read(Number(cell), cell.key, [&](const std::byte* record) {
+      return body(*reinterpret_cast<const T*>(record));
+    });
+  }
+  template <class T>
+  static T Copy(const CMSObject<T>& handle) {
+    return Read(handle, [](const T& record) { return record; });
   }
 
   // Calls body with the record, T&; the record is flushed afterwards.

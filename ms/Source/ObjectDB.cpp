@@ -8,17 +8,18 @@
 #include "kit/KitErrors.h"
 
 CMSObjectDBBase::~CMSObjectDBBase() {
-  assert(m_cells.empty());
+  assert(!IsInUse());
 }
 
 CMSDBObject* CMSObjectDBBase::Get(std::uint32_t key) {
-  const CSharedLocker guard(m_lock);
-  const auto found = m_cells.find(key);
-  if (found == m_cells.end()) {
+  Part& part = PartOf(key);
+  const CSharedLocker guard(part.lock);
+  const auto found = part.cells.find(key);
+  if (found == part.cells.end()) {
     const std::uint32_t record = m_file.Find(key);
-    return record != 0 ? NewCell(key, record) : nullptr;
+    return record != 0 ? &NewCell(part, key, record) : nullptr;
   }
-  AddReference(found->second);
+  AddReference(part, found->second);
   return &found->second;
 }
 
@@ -28,52 +29,90 @@ CMSDBObject* CMSObjectDBBase::Create(std::uint32_t key, const void* data) {
   const std::uint32_t record = m_file.Insert(key, data);
   if (record == 0) return nullptr;
   try {
-    const CSharedLocker guard(m_lock);
-    return NewCell(key, record);
+    Part& part = PartOf(key);
+    const CSharedLocker guard(part.lock);
+    return &NewCell(part, key, record);
   } catch (const std::bad_alloc&) {
-    m_file.Delete(key);
+    Delete(key);
     throw;
   }
 }
 
-CMSDBObject& CMSObjectDBBase::Place(std::uint32_t key) {
-  if (m_spare.empty()) return m_cells.try_emplace(m_cells.end(), key)->second;
-  m_spare.key() = key;
-  const auto place = m_cells.insert(m_cells.end(), std::move(m_spare));
-  m_spare = {};
+CMSDBObject& CMSObjectDBBase::Place(Part& part, std::uint32_t key) {
+  Cells& cells = part.cells;
+  if (part.spare.empty()) return cells.try_emplace(cells.end(), key)->second;
+  part.spare.key() = key;
+  const auto place = cells.insert(cells.end(), std::move(part.spare));
+  part.spare = {};
   return place->second;
 }
 
 // New keys are the greatest so far, as a rule. A cell that another thread has just found the new
 // object by is shared; a stale one never is, since no key comes twice while handles remember it.
-CMSDBObject* CMSObjectDBBase::NewCell(std::uint32_t key, std::uint32_t record) {
-  CMSDBObject& cell = Place(key);
+CMSDBObject& CMSObjectDBBase::NewCell(Part& part, std::uint32_t key, std::uint32_t record) {
+  CMSDBObject& cell = Place(part, key);
   assert(cell.owner == nullptr || cell.record == record);
   cell.key = key;
   cell.owner = this;
   cell.record.store(record, std::memory_order_release);
-  AddReference(cell);
-  return &cell;
+  AddReference(part, cell);
+  return cell;
 }
 
 bool CMSObjectDBBase::Delete(std::uint32_t key) {
-  const CSharedLocker guard(m_lock);
-  const auto found = m_cells.find(key);
-  if (found != m_cells.end()) found->second.record.store(0, std::memory_order_release);
+  Part& part = PartOf(key);
+  const CSharedLocker guard(part.lock);
+  const auto found = part.cells.find(key);
+  if (found != part.cells.end()) found->second.record.store(0, std::memory_order_release);
   return m_file.Delete(key);
 }
 
 void CMSObjectDBBase::AddReference(CMSDBObject& cell) {
-  const CSharedLocker guard(m_lock);
-  ++cell.references;
-  if (m_store != nullptr) m_store->AddRef();
+  Part& part = PartOf(cell.key);
+  const CSharedLocker guard(part.lock);
+  AddReference(part, cell);
 }
 
+void CMSObjectDBBase::AddReference(Part& part, CMSDBObject& cell) {
+  ++cell.references;
+  if (!part.tells)
+    ++part.references;
+  else if (m_store != nullptr)
+    m_store->AddRef();
+}
+
+// The store may close with its last handle, so it is let go last.
 void CMSObjectDBBase::Release(CMSDBObject& cell) {
-  const CSharedLocker guard(m_lock);
-  if (--cell.references != 0) return;
-  cell.owner = nullptr;
-  m_spare = m_cells.extract(cell.key);
+  Part& part = PartOf(cell.key);
+  CKitReference* store = nullptr;
+  {
+    const CSharedLocker guard(part.lock);
+    if (part.tells)
+      store = m_store;
+    else
+      --part.references;
+    if (--cell.references == 0) {
+      cell.owner = nullptr;
+      part.spare = part.cells.extract(cell.key);
+    }
+  }
+  if (store != nullptr) store->Release();
+}
+
+void CMSObjectDBBase::TellStore() {
+  for (Part& part : m_parts) {
+    const CSharedLocker guard(part.lock);
+    part.tells = true;
+    for (; part.references != 0; --part.references) m_store->AddRef();
+  }
+}
+
+bool CMSObjectDBBase::IsInUse() {
+  for (Part& part : m_parts) {
+    const CSharedLocker guard(part.lock);
+    if (!part.cells.empty()) return true;
+  }
+  return false;
 }
 
 CMSDBObject& CMSFieldAccess::Checked(CMSDBObject* cell) {

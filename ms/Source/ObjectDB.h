@@ -1,6 +1,7 @@
 // Objects over records: one shared cell for every object that some handle names.
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <map>
 #include <memory>
@@ -18,14 +19,17 @@ struct CMSDBObject {
   std::uint32_t key = 0;
   CMSObjectDBBase* owner = nullptr;
   std::atomic<std::uint32_t> record{0};  // 0: the object is gone
-  std::uint32_t references = 0;          // guarded by the owner's lock
+  std::uint32_t references = 0;          // guarded by the lock of its part of the map
 };
 
-// Lock order: this object's map lock, then the record file's, then its index's.
+// The map of cells is in parts with a lock each, so that threads seldom meet. Lock order: a part's
+// lock, then the record file's, then its index's.
+//
+// Each reference to a cell is a reference to the store too. While somebody else is known to hold
+// the store, the parts just count theirs; from TellStore on each is given and taken one by one.
 class CMSObjectDBBase {
  public:
-  // The store is told (AddRef) of every cell reference that is handed out; whoever drops one
-  // releases the store afterwards. May be null in tests of the engine alone.
+  // The store may be null in tests of the engine alone.
   CMSObjectDBBase(CMSRecordFile& file, CKitReference* store) : m_file(file), m_store(store) {}
   ~CMSObjectDBBase();
   CMSObjectDBBase(const CMSObjectDBBase&) = delete;
@@ -43,21 +47,40 @@ class CMSObjectDBBase {
   // object.
   bool Delete(std::uint32_t key);
 
-  // One reference more for a copied handle (with the store's).
+  // One reference more for a copied handle.
   void AddReference(CMSDBObject& cell);
-  // One less; the last one frees the cell. The caller still has the store's reference to give back.
+  // One less; the last one frees the cell, and perhaps the store with this database.
   void Release(CMSDBObject& cell);
 
+  // Turns what the parts have counted into references of the store.
+  void TellStore();
+  // Whether there is any cell.
+  bool IsInUse();
+
  private:
-  CMSDBObject& Place(std::uint32_t key);
-  CMSDBObject* NewCell(std::uint32_t key, std::uint32_t record);
+  using Cells = std::map<std::uint32_t, CMSDBObject>;
+  struct alignas(64) Part {
+    CSharedLock lock;  // guards all below
+    Cells cells;
+    // Of the cell that was freed last: most lookups follow one another, and need no memory then. At
+    // first one that was never used, so that the change that comes first cannot lack it either.
+    Cells::node_type spare = [] {
+      Cells made;
+      return made.extract(made.try_emplace(0).first);
+    }();
+    std::uint64_t references = 0;  // that the store has not been told of
+    bool tells = false;
+  };
+  static constexpr std::size_t kParts = 16;
+
+  Part& PartOf(std::uint32_t key) { return m_parts[key % kParts]; }
+  CMSDBObject& NewCell(Part& part, std::uint32_t key, std::uint32_t record);
+  static CMSDBObject& Place(Part& part, std::uint32_t key);
+  void AddReference(Part& part, CMSDBObject& cell);
 
   CMSRecordFile& m_file;
   CKitReference* const m_store;
-  CSharedLock m_lock;
-  std::map<std::uint32_t, CMSDBObject> m_cells;
-  // Of the cell that was freed last: most lookups follow one another, and need no memory then.
-  std::map<std::uint32_t, CMSDBObject>::node_type m_spare;
+  std::array<Part, kParts> m_parts;
 };
 
 template <class T>
@@ -74,6 +97,8 @@ class CMSObjectDB {
   CMSDBObject* Get(std::uint32_t key) { return m_objects.Get(key); }
   CMSDBObject* Create(std::uint32_t key, const T& data) { return m_objects.Create(key, &data); }
   bool Delete(std::uint32_t key) { return m_objects.Delete(key); }
+  void TellStore() { m_objects.TellStore(); }
+  bool IsInUse() { return m_objects.IsInUse(); }
 
  private:
   Database m_file;

@@ -10,6 +10,8 @@
 
 namespace {
 
+constexpr std::size_t kHoldersAtOnce = 16;
+
 constexpr char kWrongHeader[] = "DB %s has wrong file header";
 constexpr char kMismatchReading[] = " DB %s detected mismatch in index and real data key (reading)";
 constexpr char kMismatchWriting[] = " DB %s detected mismatch in index and real data key (writing)";
@@ -25,6 +27,7 @@ CMSRecordFile::CMSRecordFile(const CMSEngineContext& context, const std::string&
       m_dataSize(dataSize),
       m_index(context, directory, name) {
   const CSharedLocker guard(m_lock);
+  m_holders.reserve(kHoldersAtOnce);  // no change under way shall fail for want of this
   Open(directory);
 }
 
@@ -104,6 +107,12 @@ CMSFileHeader CMSRecordFile::Header() const {
 }
 
 std::uint32_t CMSRecordFile::Find(std::uint32_t key) {
+  {
+    const CReadLocker guard(m_lock);
+    const auto index = m_index.Peek(key);
+    if (!index) return 0;
+    if (Peek(*index + 1, key) != nullptr) return *index + 1;
+  }
   const CSharedLocker guard(m_lock);
   const auto index = m_index.Find(key);
   if (!index) return 0;
@@ -112,7 +121,7 @@ std::uint32_t CMSRecordFile::Find(std::uint32_t key) {
   return *index + 1;
 }
 
-const std::byte* CMSRecordFile::Read(std::uint32_t number, std::uint32_t key) const {
+const std::byte* CMSRecordFile::ReadReported(std::uint32_t number, std::uint32_t key) const {
   return BeginAccess(number, key, kMismatchReading, false);
 }
 
@@ -188,23 +197,8 @@ bool CMSRecordFile::HeldByThisThread() const {
 }
 
 // There is no view when the system refused to map the file again after a growth.
-CMSFileHeader& CMSRecordFile::H() const {
-  if (m_view == nullptr)
-    throw CMSDBException(CMSDBException::kCannotOpen,
-                         "'" + m_fileName + "' is not mapped any more");
-  return *reinterpret_cast<CMSFileHeader*>(m_view->Base());
-}
-
-std::uint64_t CMSRecordFile::OffsetOf(std::uint32_t index) const {
-  return H().DO + index * ContainerSize();
-}
-
-CMSContainerHead& CMSRecordFile::Container(std::uint32_t index) const {
-  return *reinterpret_cast<CMSContainerHead*>(m_view->Base() + OffsetOf(index));
-}
-
-std::byte* CMSRecordFile::Data(std::uint32_t index) const {
-  return m_view->Base() + OffsetOf(index) + sizeof(CMSContainerHead);
+void CMSRecordFile::NotMapped() const {
+  throw CMSDBException(CMSDBException::kCannotOpen, "'" + m_fileName + "' is not mapped any more");
 }
 
 void CMSRecordFile::FlushHeader() {

@@ -3,6 +3,7 @@
 
 #include <functional>
 #include <memory>
+#include <span>
 #include <string>
 #include <thread>
 #include <vector>
@@ -11,7 +12,7 @@
 #include "Format.h"
 #include "Index.h"
 #include "kit/Event.h"
-#include "kit/SharedLock.h"
+#include "kit/ReadMostlyLock.h"
 #include "platform/File.h"
 
 // Records are named by number (container index + 1; 0 names none) and found by key through the
@@ -36,7 +37,7 @@ class CMSRecordFile {
   CMSRecordFile& operator=(const CMSRecordFile&) = delete;
 
   const std::string& FileName() const { return m_fileName; }
-  CSharedLock& Lock() const { return m_lock; }
+  CReadMostlyLock& Lock() const { return m_lock; }
   const CMSIndex& Index() const { return m_index; }
   std::uint32_t UsedCount() const;
   // Calls body with the key of every container in use. Reads the whole file.
@@ -53,8 +54,16 @@ class CMSRecordFile {
   // is reported.
   std::uint32_t Find(std::uint32_t key);
 
-  // The record itself, for as long as the caller holds Lock(); as BeginRead otherwise.
-  const std::byte* Read(std::uint32_t number, std::uint32_t key) const;
+  // Calls body with the record, const std::byte*, and answers what it answers; a container that
+  // bears another key is treated as by BeginRead. Several threads may read at a time: the body only
+  // copies out.
+  template <class Body>
+  auto Read(std::uint32_t number, std::uint32_t key, Body body) const;
+
+  // Calls body(i, record) for each of the keys, with null for one that the index or its container
+  // does not know. As for Read, the body only copies out.
+  template <class Body>
+  void ReadMany(std::span<const std::uint32_t> keys, Body body) const;
 
   // For the accessors. A number whose container bears another key than expected is reported;
   // reading goes on, writing throws. Each Begin is paired with its End on the same thread.
@@ -87,6 +96,8 @@ class CMSRecordFile {
   void Unlink(std::uint32_t index);
   void PutToChain(std::uint32_t index);
   std::uint32_t CheckedIndex(std::uint32_t key, std::uint32_t index) const;
+  const std::byte* Peek(std::uint32_t number, std::uint32_t key) const;
+  const std::byte* ReadReported(std::uint32_t number, std::uint32_t key) const;
   const std::byte* BeginAccess(std::uint32_t number, std::uint32_t key, const char* mismatch,
                                bool writing) const;
 
@@ -95,10 +106,18 @@ class CMSRecordFile {
   bool HeldByThisThread() const;
   void GrowIfAskedFor();
 
-  CMSFileHeader& H() const;
-  CMSContainerHead& Container(std::uint32_t index) const;
-  std::byte* Data(std::uint32_t index) const;
-  std::uint64_t OffsetOf(std::uint32_t index) const;
+  CMSFileHeader& H() const {
+    if (m_view == nullptr) NotMapped();
+    return *reinterpret_cast<CMSFileHeader*>(m_view->Base());
+  }
+  [[noreturn]] void NotMapped() const;
+  CMSContainerHead& Container(std::uint32_t index) const {
+    return *reinterpret_cast<CMSContainerHead*>(m_view->Base() + OffsetOf(index));
+  }
+  std::byte* Data(std::uint32_t index) const {
+    return m_view->Base() + OffsetOf(index) + sizeof(CMSContainerHead);
+  }
+  std::uint64_t OffsetOf(std::uint32_t index) const { return H().DO + index * ContainerSize(); }
   std::uint64_t ContainerSize() const { return sizeof(CMSContainerHead) + m_dataSize; }
   void FlushHeader();
   void FlushContainer(std::uint32_t index);
@@ -109,7 +128,7 @@ class CMSRecordFile {
   const CMSEngineContext m_context;
   const std::string m_fileName;
   const std::uint32_t m_dataSize;
-  mutable CSharedLock m_lock;  // guards header, chain, containers and everything below
+  mutable CReadMostlyLock m_lock;  // guards header, chain, containers and everything below
   CMSIndex m_index;
   std::unique_ptr<platform::File> m_file;
   std::unique_ptr<CMSFileTarget> m_target;
@@ -121,3 +140,28 @@ class CMSRecordFile {
   CKitEvent m_remapped{CKitEvent::Kind::Manual};
   CKitEvent m_growthRequested{CKitEvent::Kind::Automatic};
 };
+
+template <class Body>
+auto CMSRecordFile::Read(std::uint32_t number, std::uint32_t key, Body body) const {
+  {
+    const CReadLocker guard(m_lock);
+    if (const std::byte* record = Peek(number, key)) return body(record);
+  }
+  const CSharedLocker guard(m_lock);
+  return body(ReadReported(number, key));
+}
+
+// Null when there is no such container, or one with another key.
+inline const std::byte* CMSRecordFile::Peek(std::uint32_t number, std::uint32_t key) const {
+  const std::uint32_t index = number - 1;
+  return index < H().TC && Container(index).key == key ? Data(index) : nullptr;
+}
+
+template <class Body>
+void CMSRecordFile::ReadMany(std::span<const std::uint32_t> keys, Body body) const {
+  const CReadLocker guard(m_lock);
+  for (std::size_t i = 0; i < keys.size(); ++i) {
+    const auto index = m_index.Peek(keys[i]);
+    body(i, index ? Peek(*index + 1, keys[i]) : nullptr);
+  }
+}
