@@ -44,7 +44,7 @@ class CMSSortedRuns {
     const auto first = std::upper_bound(m_firsts.begin(), m_firsts.end(), key);
     if (first == m_firsts.begin()) return {};
     const auto run = static_cast<std::size_t>(first - m_firsts.begin()) - 1;
-    const std::size_t index = LowerBoundIn(m_runs[run], key);
+    const std::size_t index = LowerBoundIn(run, key);
     return index < m_runs[run].size() ? Position{run, index} : Position{run + 1, 0};
   }
   const Entry* Find(const Key& key) const {
@@ -160,18 +160,23 @@ class CMSSortedRuns {
     AddRun(m_runs.size(), first, std::move(run));
   }
 
-  // Keys are often spread evenly, as those of objects of one kind are: a guess from the ends of the
-  // run costs one look where halving it would cost several, each in another cache line.
-  static std::size_t LowerBoundIn(const std::vector<Entry>& run, const Key& key) {
+  // Keys are often spread evenly, as those of objects of one kind are: a guess from where the run
+  // and the next one begin costs one look where halving it would cost several, each in another
+  // cache line.
+  std::size_t LowerBoundIn(std::size_t index, const Key& key) const {
+    const std::vector<Entry>& run = m_runs[index];
     auto begin = run.begin();
     auto end = run.end();
     if constexpr (std::is_integral_v<Key>) {
-      const std::uint64_t low = Order::Of(run.front());
-      const std::uint64_t high = Order::Of(run.back());
-      if (key > high) return run.size();
+      const std::uint64_t low = m_firsts[index];
+      const bool isLast = index + 1 == m_runs.size();
+      const std::uint64_t high =
+          isLast ? Order::Of(run.back()) + std::uint64_t{1} : std::uint64_t{m_firsts[index + 1]};
+      if (key >= high) return run.size();
       if (key <= low) return 0;
       constexpr std::size_t kReach = 4;
-      const auto guess = static_cast<std::size_t>((key - low) * (run.size() - 1) / (high - low));
+      const auto guess = static_cast<std::size_t>((key - low) * run.size() / (high - low));
+      if (Order::Of(run[guess]) == key) return guess;
       const std::size_t from = guess > kReach ? guess - kReach : 0;
       const std::size_t to = std::min(guess + kReach, run.size() - 1);
       if (Order::Of(run[from]) < key && key <= Order::Of(run[to])) {
