@@ -219,8 +219,6 @@ class MS_API CMSDocument : public CMSObject<CMSDocumentData> {
   explicit CMSDocument(CMSDBObject* cell) : CMSObject(cell) {}
 
   // Called by the children, which have changed already.
-  void IncAttachmentCount();
-  void DecAttachmentCount();
   void IncRecipientCount();
   void DecRecipientCount();
   void OnAttachmentSizeChanged(CMSAttachment& attachment, long change);
@@ -228,9 +226,10 @@ class MS_API CMSDocument : public CMSObject<CMSDocumentData> {
   void OnAttachmentTimeChanged(CMSAttachment& attachment);
   void OnRecipientFlagChanged(CMSRecipient& recipient, long oldFlag);
 
-  void AddSize(long change);
+  void CountIn(const CMSAttachment& attachment, const struct CMSAttachmentData& data);
   void StoreBody(const CMSAttachment& attachment);
-  void StoreEncryptedState();
+  bool HasEncrypted(const CMSAttachment& except) const;
+  void NotifyReadBy(const CMSAttachment& attachment, long oldFlag) const;
   void NotifyParent(int state, int kind) const;
   void NotifyTurned(bool wasUnread, bool wasUndelivered) const;
   void NotifyMarked(long oldFlags) const;

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "AttachmentFiles.h"
+#include "DocRecord.h"
 #include "FieldSetters.h"
 #include "kit/KitFile.h"
 #include "kit/KitFolder.h"
@@ -129,11 +130,22 @@ CMSAttachment CMSDocument::LinkAttachment(Record& data, CPlacedFile& place) {
     CMSAttachment attachment = store.CreateAttachment(data);
     if (!attachment) return attachment;
     place.Keep();
-    IncAttachmentCount();
-    OnAttachmentFlagChanged(attachment, 0);
-    OnAttachmentSizeChanged(attachment, data.Size);
+    CountIn(attachment, data);
+    NotifyReadBy(attachment, 0);
     return attachment;
   });
+}
+
+// All at once: whatever cannot be told afterwards, the letter's record is whole.
+void CMSDocument::CountIn(const CMSAttachment& attachment, const Record& data) {
+  Access::Write(*this, [&](CMSDocumentData& record) {
+    record.AttachmentCount = WrappedSum(record.AttachmentCount, 1);
+    record.Size = record.Size + static_cast<std::uint32_t>(std::int32_t{data.Size});
+    if ((data.Flag & attachmentflag::Body) != 0)
+      record.BodyID = static_cast<std::uint32_t>(attachment.ID());
+    if ((data.Flag & attachmentflag::Encrypted) != 0) NoteEncryption(record);
+  });
+  StoreOf(*this).OnAttachmentSizeChanged(data.Size);
 }
 
 void CMSDocument::DeleteAttachment(CMSAttachment& attachment) {
@@ -150,15 +162,18 @@ std::string CMSDocument::UnlinkAttachment(CMSAttachment& attachment) {
     return {};
   }
   const auto id = static_cast<std::uint32_t>(attachment.ID());
-  const Record data = Access::Read(attachment, [](const Record& record) { return record; });
+  const Record data = Access::Copy(attachment);
   const bool wasUnread = IsUnread() || IsMarkedAsUnread();
+  const bool wasEncrypted = (data.Flag & attachmentflag::Encrypted) != 0;
+  const bool isLastEncrypted = wasEncrypted && !HasEncrypted(attachment);
   if (!store.RemoveAttachment(attachment)) return {};
   Access::Write(*this, [&](CMSDocumentData& record) {
     if (record.BodyID == id) record.BodyID = 0;
+    record.AttachmentCount = WrappedSum(record.AttachmentCount, -1);
+    record.Size = record.Size - static_cast<std::uint32_t>(std::int32_t{data.Size});
+    if (isLastEncrypted) ForgetEncryption(record);
   });
-  AddSize(WrappedDifference(0, data.Size));
-  DecAttachmentCount();
-  if ((data.Flag & attachmentflag::Encrypted) != 0) StoreEncryptedState();
+  store.OnAttachmentSizeChanged(WrappedDifference(0, data.Size));
   store.Listeners().DocumentChanged(*this);
   if (wasUnread && !IsUnread() && !IsMarkedAsUnread()) NotifyRead();
   return Access::TextOf(data.InternalFileName);

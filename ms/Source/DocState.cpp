@@ -114,12 +114,6 @@ void CMSDocument::NotifyUndelivered(bool undelivered) const {
   NotifyParent(undelivered ? kUndelivered : kCleared, kUndelivered);
 }
 
-void CMSDocument::IncAttachmentCount() {
-  Access::Write(*this, [](Record& r) { r.AttachmentCount = WrappedSum(r.AttachmentCount, 1); });
-}
-void CMSDocument::DecAttachmentCount() {
-  Access::Write(*this, [](Record& r) { r.AttachmentCount = WrappedSum(r.AttachmentCount, -1); });
-}
 void CMSDocument::IncRecipientCount() {
   Access::Write(*this, [](Record& r) { r.RecipientCount = WrappedSum(r.RecipientCount, 1); });
 }
@@ -132,10 +126,6 @@ void CMSDocument::OnAttachmentSizeChanged(CMSAttachment& attachment, long change
                "CMSDocument::OnAttachmentSizeChanged detected mismatch in parent-child IDs")) {
     return;
   }
-  AddSize(change);
-}
-
-void CMSDocument::AddSize(long change) {
   if (change == 0) return;
   Access::Write(*this, [&](Record& record) {
     record.Size = static_cast<std::uint32_t>(record.Size) + static_cast<std::uint32_t>(change);
@@ -158,7 +148,18 @@ void CMSDocument::OnAttachmentFlagChanged(CMSAttachment& attachment, long oldFla
   }
   const long changed = attachment.Flag() ^ oldFlag;
   if ((changed & attachmentflag::Body) != 0) StoreBody(attachment);
-  if ((changed & attachmentflag::Encrypted) != 0) StoreEncryptedState();
+  if ((changed & attachmentflag::Encrypted) != 0) {
+    const bool encrypted = HasEncrypted(CMSAttachment());
+    Access::Write(*this, [&](Record& record) {
+      encrypted ? NoteEncryption(record) : ForgetEncryption(record);
+    });
+  }
+  NotifyReadBy(attachment, oldFlag);
+}
+
+// Tells the folder when it is this attachment alone by which the letter is read or not.
+void CMSDocument::NotifyReadBy(const CMSAttachment& attachment, long oldFlag) const {
+  const long changed = attachment.Flag() ^ oldFlag;
   if ((changed & attachmentflag::Read) == 0 || !IsIncoming()) return;
   if (HasUnread(*this, attachment)) return;
   NotifyParent(IsRead(attachment) ? kCleared : kUnread, kUnread);
@@ -176,15 +177,10 @@ void CMSDocument::StoreBody(const CMSAttachment& attachment) {
   });
 }
 
-// A letter with nothing encrypted keeps no key.
-void CMSDocument::StoreEncryptedState() {
-  const bool encrypted =
-      GetAttachmentCountEx(attachmentflag::Encrypted, attachmentflag::Encrypted) > 0;
-  Access::Write(*this, [&](Record& record) {
-    const long others = record.Flag & ~docflag::Encrypted;
-    record.Flag = static_cast<std::int32_t>(others | (encrypted ? docflag::Encrypted : 0));
-    if (!encrypted) DropKey(record);
-  });
+bool CMSDocument::HasEncrypted(const CMSAttachment& except) const {
+  constexpr long kEncrypted = attachmentflag::Encrypted;
+  return AnyAttachment(*this, kEncrypted, kEncrypted,
+                       [&](const CMSAttachment& it) { return it != except; });
 }
 
 void CMSDocument::OnRecipientFlagChanged(CMSRecipient& recipient, long oldFlag) {
