@@ -25,10 +25,9 @@ struct Options {
 // (creation time, ID) of the folder's letters, newest last.
 std::vector<std::pair<unsigned long, unsigned long>> ByTime(const CMSFolder& folder) {
   std::vector<std::pair<unsigned long, unsigned long>> order;
-  CMSDocument letter;
-  for (auto place = folder.GetFirstDocumentPosition(); folder.GetNextDocument(letter, place);) {
-    order.emplace_back(letter.CreationTime(), letter.ID());
-  }
+  folder.ForEachSummary([&](const CMSDocumentSummary& letter) {
+    order.emplace_back(letter.CreationTime, letter.ID);
+  });
   std::sort(order.begin(), order.end());
   return order;
 }

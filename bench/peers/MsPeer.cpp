@@ -57,15 +57,13 @@ class MsPeer final : public Peer {
   std::unique_ptr<Reader> NewReader() override { return std::make_unique<MsReader>(m_store); }
   std::string SubjectOf(Id letter) override { return m_store.GetDocument(letter).Name(); }
   Listing List(Id folder) override {
-    const CMSFolder letters = m_store.GetFolder(folder);
     Listing listing;
-    CMSDocument letter;
-    for (auto place = letters.GetFirstDocumentPosition(); letters.GetNextDocument(letter, place);) {
+    m_store.GetFolder(folder).ForEachSummary([&](const CMSDocumentSummary& letter) {
       ++listing.letters;
-      listing.subjectBytes += letter.Name().size();
-      listing.flags += static_cast<std::uint64_t>(letter.Flag());
-      listing.times += letter.CreationTime();
-    }
+      listing.subjectBytes += letter.Subject.size();
+      listing.flags += static_cast<std::uint64_t>(letter.Flag);
+      listing.times += letter.CreationTime;
+    });
     return listing;
   }
   Id FindPacket(const std::string& packet) override {

@@ -1,13 +1,23 @@
 // Folders: the tree in which letters are kept.
 #pragma once
 
+#include <functional>
 #include <list>
+#include <string_view>
 
 #include "Object.h"
 #include "Relations.h"
 #include "kit/KitString.h"
 
 class CMSDocument;
+
+// What a list of letters shows of one. The text lives as long as the call that hands it out.
+struct CMSDocumentSummary {
+  unsigned long ID = 0;
+  std::string_view Subject;
+  long Flag = 0;
+  unsigned long CreationTime = 0;
+};
 
 // Setters and structure changes raise XKitStatus 6 (stale handle), 19 (read-only store), 87
 // (argument), and the engine's CMSDBException; a text longer than its field is refused (87) with
@@ -53,6 +63,10 @@ class MS_API CMSFolder : public CMSObject<CMSFolderData> {
   void Folders(std::list<CMSFolder>& folders) const;
   void Documents(std::list<CMSDocument>& documents) const;
   bool IsEmpty() const;
+  // Calls body with a summary of every letter, in the order of IDs: several times as fast as a walk
+  // that asks each letter. No lock is held meanwhile, so body may do as it likes; a letter's change
+  // may be seen up to some dozens of letters late.
+  void ForEachSummary(const std::function<void(const CMSDocumentSummary&)>& body) const;
 
   CMSFolder CreateFolder(CKitString name, CKitString props, long type);
   // A new letter. created is date text (kit/KitDateTime.h). Empty handle when the record could not
@@ -89,6 +103,7 @@ class MS_API CMSFolder : public CMSObject<CMSFolderData> {
   };
 
   class CDeletion;
+  class CSummaries;
 
   explicit CMSFolder(CMSDBObject* cell) : CMSObject(cell) {}
 

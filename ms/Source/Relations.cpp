@@ -51,17 +51,24 @@ CMSRelationsDB::locator CMSRelationsDB::First(unsigned long parent, CMSObjectTyp
 }
 
 bool CMSRelationsDB::Next(locator& place, unsigned long& child) const {
-  if (place.m_endType == 0) return false;
+  std::uint32_t next = 0;
+  if (Next(place, {&next, 1}) == 0) return false;
+  child = next;
+  return true;
+}
+
+std::size_t CMSRelationsDB::Next(locator& place, std::span<std::uint32_t> children) const {
+  if (place.m_endType == 0) return 0;
   const std::int32_t type = place.m_endType - 1;
-  const auto link = m_links->LowerBound({place.m_parent, type, place.m_position});
-  if (!link || link->parent != place.m_parent || link->type != type) {
-    place.m_endType = 0;
-    return false;
-  }
-  child = link->child;
-  if (link->child == kNoContainer)
+  std::size_t count = 0;
+  m_links->From({place.m_parent, type, place.m_position}, [&](const SIDInfo& link) {
+    if (link.parent != place.m_parent || link.type != type) return false;
+    children[count++] = link.child;
+    return count < children.size();
+  });
+  if (count < children.size() || children[count - 1] == kNoContainer)
     place.m_endType = 0;
   else
-    place.m_position = link->child + 1;
-  return true;
+    place.m_position = children[count - 1] + 1;
+  return count;
 }

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <string>
 
 struct CMSEngineContext;
@@ -53,6 +54,9 @@ class CMSRelationsDB {
   locator First(unsigned long parent, CMSObjectType type) const;
   // Steps to the next child; false at the end.
   bool Next(locator& place, unsigned long& child) const;
+  // Fills children with the next ones, in one step; answers how many there were. Fewer than asked
+  // for: that was the end.
+  std::size_t Next(locator& place, std::span<std::uint32_t> children) const;
 
   void CheckInvariants() const;
 

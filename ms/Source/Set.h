@@ -34,10 +34,11 @@ class CMSSet {
 
   std::size_t Size() const { return m_map.Size(); }
   bool Contains(const T& element) const { return m_map.Find(element).has_value(); }
-  // The first element that is not less.
-  std::optional<T> LowerBound(const T& element) const {
-    const auto entry = m_map.LowerBound(element);
-    return entry ? std::optional<T>(entry->element) : std::nullopt;
+  // Calls body with one element after the other from the first that is not less, until it answers
+  // false.
+  template <class Body>
+  void From(const T& element, Body body) const {
+    m_map.From(element, [&](const auto& entry) { return body(entry.element); });
   }
   // False when it is there already; nothing is written then. XKitFile when the write fails.
   bool Add(const T& element) { return m_map.Add({element, 0}); }

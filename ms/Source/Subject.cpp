@@ -49,12 +49,19 @@ void MoveRest(CMSDocumentData& record, std::size_t from, std::size_t to) {
 
 }  // namespace
 
-std::string SubjectOf(const CMSDocumentData& record) {
-  std::string subject(record.Name, ::strnlen(record.Name, sizeof record.Name));
-  if (subject.size() != kShortSubject || !HasRest(record)) return subject;
+std::size_t CopySubject(const CMSDocumentData& record, char* to) {
+  const std::size_t length = ::strnlen(record.Name, sizeof record.Name);
+  std::memcpy(to, record.Name, length);
+  if (length != kShortSubject || !HasRest(record)) return length;
   const std::size_t offset = PathLength(record) + kLead;
-  const char* const rest = record.LetterPath + offset;
-  return subject.append(rest, ::strnlen(rest, kField - offset));
+  const std::size_t rest = ::strnlen(record.LetterPath + offset, kField - offset);
+  std::memcpy(to + length, record.LetterPath + offset, rest);
+  return length + rest;
+}
+
+std::string SubjectOf(const CMSDocumentData& record) {
+  char subject[kLongestSubject];
+  return {subject, CopySubject(record, subject)};
 }
 
 void PutSubject(CMSDocumentData& record, const std::string& subject) {

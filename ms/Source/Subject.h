@@ -11,8 +11,11 @@ struct CMSDocumentData;
 
 // Characters that the subject's own field holds.
 inline constexpr std::size_t kShortSubject = 100;
+// No record holds more of one.
+inline constexpr std::size_t kLongestSubject = 360;
 
-// The whole subject.
+// The whole subject, to a place that has room for the longest; answers its length.
+std::size_t CopySubject(const CMSDocumentData& record, char* to);
 std::string SubjectOf(const CMSDocumentData& record);
 // Stores the subject, cut where the room behind the path ends. A subject that fits its own field
 // leaves the other one as it is, unless it is just long enough that a reader would look there.
