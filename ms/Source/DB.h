@@ -31,13 +31,15 @@ class CMSDB : public CMSRecordFile {
   // A record for changing; flushed when it is let go.
   class WritePtr {
    public:
-    WritePtr(CMSRecordFile& file, std::uint32_t number, std::uint32_t key)
+    WritePtr(CMSRecordFile& file, std::uint32_t number, std::uint32_t key,
+             CMSRecordFile::Kind kind = CMSRecordFile::Kind::Primary)
         : m_file(file),
           m_number(number),
-          m_data(reinterpret_cast<T*>(file.BeginWrite(number, key))) {}
+          m_kind(kind),
+          m_data(reinterpret_cast<T*>(file.BeginWrite(number, key, kind))) {}
     // A flush that fails (level Immediate) must reach the caller, or a lost change would pass for a
     // stored one.
-    ~WritePtr() noexcept(false) { m_file.EndWrite(m_number); }
+    ~WritePtr() noexcept(false) { m_file.EndWrite(m_number, m_kind); }
     WritePtr(const WritePtr&) = delete;
     WritePtr& operator=(const WritePtr&) = delete;
     T& operator*() const { return *m_data; }
@@ -46,6 +48,7 @@ class CMSDB : public CMSRecordFile {
    private:
     CMSRecordFile& m_file;
     std::uint32_t m_number;
+    CMSRecordFile::Kind m_kind;
     T* m_data;
   };
 };

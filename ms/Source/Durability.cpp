@@ -18,6 +18,7 @@ constexpr std::size_t kMaxPendingFiles = 64;
 struct Depth {
   const CMSDurability* owner;
   unsigned depth;
+  bool isBatch;
 };
 constexpr std::size_t kMaxStores = 16;
 thread_local std::array<Depth, kMaxStores> t_depths{};
@@ -29,7 +30,7 @@ Depth* Find(const CMSDurability* owner) {
   return entry != t_depths.end() ? &*entry : nullptr;
 }
 
-void Enter(const CMSDurability* owner) {
+Depth& Enter(const CMSDurability* owner) {
   Depth* entry = Find(owner);
   if (entry == nullptr) entry = Find(nullptr);
   if (entry == nullptr)
@@ -37,20 +38,21 @@ void Enter(const CMSDurability* owner) {
                      "one thread cannot change more than 16 stores within each other");
   entry->owner = owner;
   ++entry->depth;
+  return *entry;
 }
 
 // True when that was the outermost.
 bool Leave(const CMSDurability* owner) {
   Depth* const entry = Find(owner);
   if (entry == nullptr || --entry->depth > 0) return false;
-  entry->owner = nullptr;
+  *entry = {};
   return true;
 }
 
 }  // namespace
 
-CMSSyncTarget::CMSSyncTarget(CMSDurability& durability, Kind kind, std::string name)
-    : m_durability(durability), m_kind(kind), m_name(std::move(name)) {
+CMSSyncTarget::CMSSyncTarget(CMSDurability& durability, std::string name)
+    : m_durability(durability), m_name(std::move(name)) {
   const std::lock_guard guard(m_durability.m_state);
   m_durability.m_targets.push_back(this);
 }
@@ -63,12 +65,20 @@ CMSSyncTarget::~CMSSyncTarget() {
   std::erase(m_durability.m_targets, this);
 }
 
-void CMSFileTarget::Written() {
-  Flushed([this] { return m_file.Sync(); });
+// A sync pays for both kinds.
+bool CMSSyncTarget::TakeDebt(bool derivedToo) {
+  const bool isPrimary = m_dirty.exchange(false, std::memory_order_acq_rel);
+  if (!isPrimary && !derivedToo) return false;
+  return m_derivedDirty.exchange(false, std::memory_order_acq_rel) || isPrimary;
 }
 
-void CMSFileTarget::Changed(platform::View& view, std::uint64_t offset, std::uint64_t length) {
-  Flushed([&] { return view.Flush(offset, length); });
+void CMSFileTarget::Written(Kind kind) {
+  Flushed(kind, [this] { return m_file.Sync(); });
+}
+
+void CMSFileTarget::Changed(Kind kind, platform::View& view, std::uint64_t offset,
+                            std::uint64_t length) {
+  Flushed(kind, [&] { return view.Flush(offset, length); });
 }
 
 CMSDurability::CMSDurability(CMSDurabilityLevel level, std::string directory)
@@ -84,6 +94,35 @@ void CMSDurability::Begin() {
   Enter(this);
 }
 
+void CMSDurability::BeginBatch() {
+  Enter(this).isBatch = true;
+}
+
+// At level Immediate each single write is waited for.
+bool CMSDurability::GathersNow() const {
+  const Depth* const entry = Find(this);
+  return entry != nullptr && entry->isBatch && m_level != CMSDurabilityLevel::Immediate;
+}
+
+void CMSDurability::WriteGathered() {
+  std::vector<CMSGatherer*> gatherers;
+  {
+    const std::lock_guard guard(m_state);
+    gatherers = m_gatherers;
+  }
+  for (CMSGatherer* gatherer : gatherers) gatherer->WriteGathered();
+}
+
+void CMSDurability::Register(CMSGatherer& gatherer) {
+  const std::lock_guard guard(m_state);
+  m_gatherers.push_back(&gatherer);
+}
+
+void CMSDurability::Unregister(CMSGatherer& gatherer) {
+  const std::lock_guard guard(m_state);
+  std::erase(m_gatherers, &gatherer);
+}
+
 bool CMSDurability::IsWithin() const {
   return Find(this) != nullptr;
 }
@@ -94,10 +133,13 @@ bool CMSDurability::IsOutermost() const {
 }
 
 void CMSDurability::End() {
+  if (IsOutermost() && GathersNow())
+    RunOrLog([this] { WriteGathered(); }, "ms\\Source\\Durability", 3);
   Leave(this);
 }
 
 void CMSDurability::Commit() {
+  if (IsOutermost() && GathersNow()) WriteGathered();
   const bool outermost = Leave(this);
   if (outermost && m_level != CMSDurabilityLevel::Process) Pay();
   CheckHealthy();
@@ -137,8 +179,7 @@ void CMSDurability::SyncTargets(bool derivedToo) {
     const std::lock_guard guard(m_state);
     due.reserve(m_targets.size());  // no debt may be forgotten for want of memory
     for (CMSSyncTarget* target : m_targets) {
-      if (!derivedToo && target->m_kind == CMSSyncTarget::Kind::Derived) continue;
-      if (target->m_dirty.exchange(false, std::memory_order_acq_rel)) due.push_back(target);
+      if (target->TakeDebt(derivedToo)) due.push_back(target);
     }
   }
   if (due.size() > 1)

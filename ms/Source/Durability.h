@@ -15,13 +15,14 @@
 
 class CMSDurability;
 
-// One file of the store that changes while it is open. Primary: nothing could restore it; Derived:
-// a repair rebuilds it, so no call waits for it.
+// One file of the store that changes while it is open.
 class CMSSyncTarget {
  public:
+  // Of a change. Primary: nothing could restore it; Derived: a repair works it out again, so no
+  // call waits for it.
   enum class Kind { Primary, Derived };
 
-  CMSSyncTarget(CMSDurability& durability, Kind kind, std::string name);
+  CMSSyncTarget(CMSDurability& durability, std::string name);
   virtual ~CMSSyncTarget();
   CMSSyncTarget(const CMSSyncTarget&) = delete;
   CMSSyncTarget& operator=(const CMSSyncTarget&) = delete;
@@ -33,33 +34,43 @@ class CMSSyncTarget {
   // The promise of one flush whose bytes the system already holds; now gets them to the medium at
   // once.
   template <class Now>
-  void Flushed(Now now);
+  void Flushed(Kind kind, Now now);
 
  private:
   friend class CMSDurability;
   virtual platform::Status StartWriteOut() = 0;
   virtual platform::Status Sync() = 0;
 
+  bool TakeDebt(bool derivedToo);
+
   CMSDurability& m_durability;
-  const Kind m_kind;
   const std::string m_name;
-  std::atomic<bool> m_dirty{false};
+  std::atomic<bool> m_dirty{false};  // by something primary
+  std::atomic<bool> m_derivedDirty{false};
 };
 
 // A target that is one open file, perhaps mapped.
 class CMSFileTarget : public CMSSyncTarget {
  public:
-  CMSFileTarget(CMSDurability& durability, Kind kind, std::string name, platform::File& file)
-      : CMSSyncTarget(durability, kind, std::move(name)), m_file(file) {}
+  CMSFileTarget(CMSDurability& durability, std::string name, platform::File& file)
+      : CMSSyncTarget(durability, std::move(name)), m_file(file) {}
   // Bytes were written to the file.
-  void Written();
+  void Written(Kind kind);
   // A range of the view was changed.
-  void Changed(platform::View& view, std::uint64_t offset, std::uint64_t length);
+  void Changed(Kind kind, platform::View& view, std::uint64_t offset, std::uint64_t length);
 
  private:
   platform::Status StartWriteOut() override { return m_file.StartWriteOut(); }
   platform::Status Sync() override { return m_file.Sync(); }
   platform::File& m_file;
+};
+
+// Has changes in memory that belong into a file, from calls of a batch.
+class CMSGatherer {
+ public:
+  virtual ~CMSGatherer() = default;
+  // XKitFile when that fails; the store then takes no further change.
+  virtual void WriteGathered() = 0;
 };
 
 // The debts of one open store. Thread-safe.
@@ -81,17 +92,24 @@ class CMSDurability {
   bool HasFailed() const { return m_failed.load(std::memory_order_acquire); }
 
   void Begin();
+  // The same for a batch: until the outermost scope ends, index entries of the calling thread may
+  // wait in memory (GathersNow), to be written in few pieces.
+  void BeginBatch();
+  bool GathersNow() const;
+  // Writes what waits. XKitFile when that fails.
+  void WriteGathered();
   // Rises with every flush; tells whether anything was changed between two looks at it.
   std::uint64_t Changes() const { return m_changes.load(std::memory_order_relaxed); }
 
   // Whether the calling thread is in any scope, and in just one.
   bool IsWithin() const;
   bool IsOutermost() const;
-  // Leaves the scope without a promise.
+  // Leaves the scope without a promise. What waits is written, or the failure logged.
   void End();
-  // Leaves the scope; the outermost one pays. XKitStatus 19 when that fails.
+  // Leaves the scope; the outermost one pays. XKitStatus 19 when that fails, XKitFile when what
+  // waited could not be written.
   void Commit();
-  // Pays now, within any scope.
+  // Pays now, within any scope, for what is in the files.
   void Pay();
 
   // A file was made or rewritten beside the engine's own (an attachment); its bytes must reach the
@@ -106,6 +124,10 @@ class CMSDurability {
   // calling thread is within a scope whose promise is still to come (level Operation). Work that
   // was put off is run by the next payment; its XKitFile is logged.
   void AfterPayment(std::function<void()> work);
+
+  // A gatherer must live as long as the scopes in which it gathers.
+  void Register(CMSGatherer& gatherer);
+  void Unregister(CMSGatherer& gatherer);
 
   // Syncs every target, derived ones too, whatever the level; false after logging when that fails.
   bool PayAll();
@@ -134,6 +156,7 @@ class CMSDurability {
   std::string m_failure;  // guarded by m_failureLock, set once
   std::mutex m_state;
   std::vector<CMSSyncTarget*> m_targets;  // guarded by m_state, as is all below
+  std::vector<CMSGatherer*> m_gatherers;
   std::vector<PendingFile> m_files;
   std::set<std::string> m_directories;
   std::vector<std::function<void()>> m_putOff;
@@ -143,17 +166,18 @@ class CMSDurability {
 // The mark must be seen by whoever syncs the file without the bytes it stands for; hence the full
 // order.
 template <class Now>
-void CMSSyncTarget::Flushed(Now now) {
+void CMSSyncTarget::Flushed(Kind kind, Now now) {
   m_durability.m_changes.fetch_add(1, std::memory_order_relaxed);
+  std::atomic<bool>& dirty = kind == Kind::Primary ? m_dirty : m_derivedDirty;
   switch (m_durability.Level()) {
     case CMSDurabilityLevel::Immediate:
       m_durability.Note(m_name, now());
       break;
     case CMSDurabilityLevel::Operation:
-      m_dirty.store(true, std::memory_order_seq_cst);
+      dirty.store(true, std::memory_order_seq_cst);
       break;
     case CMSDurabilityLevel::Process:
-      m_dirty.store(true, std::memory_order_relaxed);
+      dirty.store(true, std::memory_order_relaxed);
       break;
   }
 }

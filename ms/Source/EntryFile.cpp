@@ -1,6 +1,7 @@
 #include "EntryFile.h"
 
 #include <cstring>
+#include <utility>
 
 #include "Errors.h"
 #include "OpenFile.h"
@@ -38,8 +39,7 @@ CMSEntryFile::CMSEntryFile(const CMSEngineContext& context, const std::string& d
 
 void CMSEntryFile::Open(const std::string& directory) {
   m_file = OpenStoreFile(m_context, m_fileName);
-  m_target = std::make_unique<CMSFileTarget>(m_context.durability, CMSSyncTarget::Kind::Derived,
-                                             m_fileName, *m_file);
+  m_target = std::make_unique<CMSFileTarget>(m_context.durability, m_fileName, *m_file);
   if (!m_context.readOnly) m_context.durability.DirectoryChanged(directory);
 }
 
@@ -55,7 +55,7 @@ bool CMSEntryFile::IsValid() {
   // A medium that cannot be read says nothing of what is on it.
   KitCheck(m_file->Read(0, &header, size, done), "read", m_fileName);
   if (done != size) return false;
-  m_slots = static_cast<std::uint32_t>(slots);
+  m_slots = m_ready = static_cast<std::uint32_t>(slots);
   return header.signature == m_format.signature && header.version <= kEntryVersion &&
          header.keySize == m_format.keySize &&
          (m_format.valueSize == 0 || header.valueSize == m_format.valueSize);
@@ -76,7 +76,7 @@ void CMSEntryFile::CreateHeader() {
 void CMSEntryFile::WriteAt(std::uint64_t offset, const void* data, std::size_t size) {
   std::size_t done = 0;
   KitCheck(m_file->Write(offset, data, size, done), "write to", m_fileName);
-  m_target->Written();
+  m_target->Written(CMSSyncTarget::Kind::Derived);
 }
 
 std::uint32_t CMSEntryFile::Put(const std::byte* payload) {
@@ -85,17 +85,68 @@ std::uint32_t CMSEntryFile::Put(const std::byte* payload) {
   std::byte entry[32];
   entry[0] = std::byte{kEntryLive};
   std::memcpy(entry + 1, payload, m_format.PayloadSize());
-  try {
-    WriteAt(OffsetOf(slot), entry, m_format.EntrySize());
-  } catch (const XKitFile&) {
-    UndoPut(slot);
-    throw;
-  }
+  const std::span bytes(entry, m_format.EntrySize());
+  if (m_context.durability.GathersNow())
+    Gather(slot, bytes);
+  else
+    WriteEntry(slot, bytes);
   if (m_free.empty())
     ++m_slots;
   else
     m_free.pop_front();
   return slot;
+}
+
+void CMSEntryFile::WriteEntry(std::uint32_t slot, std::span<const std::byte> entry) {
+  WriteRun();
+  try {
+    WriteAt(OffsetOf(slot), entry.data(), entry.size());
+  } catch (const XKitFile&) {
+    UndoPut(slot);
+    throw;
+  }
+  m_ready = std::max(m_ready, slot + 1);
+}
+
+void CMSEntryFile::Gather(std::uint32_t slot, std::span<const std::byte> entry) {
+  const std::size_t gathered = m_run.size() / m_format.EntrySize();
+  if (slot != m_runBegin + gathered || gathered >= kMostReady) WriteRun();
+  MakeReady(slot);
+  if (m_run.empty()) m_runBegin = slot;
+  m_run.insert(m_run.end(), entry.begin(), entry.end());
+}
+
+void CMSEntryFile::MakeReady(std::uint32_t slot) {
+  if (slot < m_ready) return;
+  std::vector<std::byte> block(m_nextReady * m_format.EntrySize());
+  for (std::size_t at = 0; at < block.size(); at += m_format.EntrySize())
+    block[at] = std::byte{kEntryDeleted};
+  try {
+    WriteAt(OffsetOf(slot), block.data(), block.size());
+  } catch (const XKitFile&) {
+    UndoPut(slot);
+    throw;
+  }
+  m_ready = slot + m_nextReady;
+  m_nextReady = std::min(2 * m_nextReady, kMostReady);
+}
+
+// What waits was promised to nobody, but its objects are in use by now.
+void CMSEntryFile::WriteRun() {
+  if (m_run.empty()) return;
+  const std::vector<std::byte> run = std::exchange(m_run, {});
+  try {
+    WriteAt(OffsetOf(m_runBegin), run.data(), run.size());
+  } catch (const XKitFile& error) {
+    m_context.durability.Refuse(error.what());
+    throw;
+  }
+}
+
+void CMSEntryFile::WriteGathered() {
+  WriteRun();
+  m_nextReady = kFirstReady;
+  if (m_ready > m_slots) Cut(m_slots);
 }
 
 // A write that failed may have left the first bytes of an entry. They must not be taken for one, so
@@ -104,6 +155,7 @@ std::uint32_t CMSEntryFile::Put(const std::byte* payload) {
 void CMSEntryFile::UndoPut(std::uint32_t slot) {
   if (slot != m_slots) return MarkAgain(slot, kEntryDeleted);
   const platform::Status status = m_file->Truncate(OffsetOf(slot));
+  m_ready = slot;
   if (!status.Ok()) CannotUndo(status);
 }
 
@@ -122,6 +174,8 @@ void CMSEntryFile::CannotUndo(const platform::Status& status) {
 
 void CMSEntryFile::Drop(std::uint32_t slot) {
   m_context.CheckWritable(m_fileName);
+  // A link that replaces another one stands in the file before that goes.
+  WriteRun();
   const unsigned char deleted = kEntryDeleted;
   m_free.push_back(slot);
   try {
@@ -145,6 +199,6 @@ void CMSEntryFile::WriteBlock(std::uint32_t slot, const std::vector<std::byte>& 
 
 void CMSEntryFile::Cut(std::uint32_t slots) {
   KitCheck(m_file->Truncate(OffsetOf(slots)), "truncate", m_fileName);
-  m_target->Written();
-  m_slots = slots;
+  m_target->Written(CMSSyncTarget::Kind::Derived);
+  m_slots = m_ready = slots;
 }

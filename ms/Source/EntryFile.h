@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <deque>
 #include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -33,11 +34,17 @@ class CMSEntryFile {
 
   // Writes an entry into the oldest free slot, or at the end; answers the slot. XKitFile when that
   // fails: the file then holds what it held before.
+  //
+  // In a batch the entries of successive slots are gathered, while the file gets deleted entries in
+  // their place: a full disk shows at once, and a process that dies leaves free slots.
   std::uint32_t Put(const std::byte* payload);
   // The one that the next Put will take.
   std::uint32_t NextSlot() const { return m_free.empty() ? m_slots : m_free.front(); }
   // Marks the entry deleted. XKitFile when that fails; it is then still live.
   void Drop(std::uint32_t slot);
+  // Writes what is gathered, and cuts off what was made ready for more. XKitFile when that fails:
+  // the store then takes no further change.
+  void WriteGathered();
 
   // Entries in the file, live or not.
   std::uint32_t Slots() const { return m_slots; }
@@ -51,11 +58,18 @@ class CMSEntryFile {
 
  private:
   static constexpr std::size_t kBlockEntries = 2048;
+  // By how many entries the file is made ready for what is gathered: at first, and at most.
+  static constexpr std::uint32_t kFirstReady = 64;
+  static constexpr std::uint32_t kMostReady = 4096;
 
   void Open(const std::string& directory);
   bool IsValid();
   void CreateHeader();
   void WriteAt(std::uint64_t offset, const void* data, std::size_t size);
+  void WriteEntry(std::uint32_t slot, std::span<const std::byte> entry);
+  void Gather(std::uint32_t slot, std::span<const std::byte> entry);
+  void MakeReady(std::uint32_t slot);
+  void WriteRun();
   std::size_t ReadBlock(std::uint32_t slot, std::vector<std::byte>& block);
   void WriteBlock(std::uint32_t slot, const std::vector<std::byte>& block);
   void Cut(std::uint32_t slots);
@@ -73,6 +87,10 @@ class CMSEntryFile {
   std::unique_ptr<CMSFileTarget> m_target;
   std::uint32_t m_slots = 0;         // entries in the file, live or not
   std::deque<std::uint32_t> m_free;  // oldest first; empty when the context is read-only
+  std::vector<std::byte> m_run;      // gathered entries, of successive slots
+  std::uint32_t m_runBegin = 0;      // the slot of the first of them
+  std::uint32_t m_ready = 0;         // up to this slot the file has bytes
+  std::uint32_t m_nextReady = kFirstReady;
 };
 
 template <class Live>
@@ -97,6 +115,7 @@ void CMSEntryFile::Rewrite(std::size_t count, Next next) {
   const std::size_t size = m_format.EntrySize();
   std::vector<std::byte> block;
   block.reserve(std::min(count, kBlockEntries) * size);  // all that is asked for
+  m_run.clear();
   m_free.clear();
   std::uint32_t slot = 0;
   while (count > 0) {

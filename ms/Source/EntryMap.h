@@ -21,7 +21,7 @@
 // The entries of a map that is not unique may arrive in any order and are sorted when they are
 // first asked for; a unique one is sorted at once, since loading must find duplicates.
 template <class Traits>
-class CMSEntryMap {
+class CMSEntryMap : private CMSGatherer {
  public:
   using Entry = typename Traits::Entry;
   using Key = typename Traits::Key;
@@ -32,7 +32,11 @@ class CMSEntryMap {
               const std::string& name, bool compacts)
       : m_file(context, directory, name, Traits::kFormat), m_compacts(compacts) {
     Load();
+    m_file.Context().durability.Register(*this);
   }
+  ~CMSEntryMap() override { m_file.Context().durability.Unregister(*this); }
+  CMSEntryMap(const CMSEntryMap&) = delete;
+  CMSEntryMap& operator=(const CMSEntryMap&) = delete;
 
   CSharedLock& Lock() const { return m_lock; }
   const std::string& FileName() const { return m_file.FileName(); }
@@ -151,6 +155,11 @@ class CMSEntryMap {
     Key last{};
   };
   static constexpr std::size_t kMaxSequences = Traits::kUnique ? 16 : 1;
+
+  void WriteGathered() override {
+    const CSharedLocker guard(m_lock);
+    m_file.WriteGathered();
+  }
 
   void Load() {
     const CSharedLocker guard(m_lock);

@@ -102,9 +102,14 @@ void CMSFolder::DecFolderCount() {
   AdjustCount(false, -1);
 }
 
+// Counts follow from the links and records of what is counted.
 void CMSFolder::AdjustCount(bool documents, int delta) {
-  ChangeRecord(*this, [&](CMSFolderData& record) {
-    Add(documents ? record.DocumentCount : record.FolderCount, delta);
+  CMSMessageStoreImp& store = StoreOf(*this);
+  store.Change([&] {
+    CMSFieldAccess::WriteDerived(*this, [&](CMSFolderData& record) {
+      Add(documents ? record.DocumentCount : record.FolderCount, delta);
+    });
+    store.Listeners().FolderChanged(*this);
   });
 }
 

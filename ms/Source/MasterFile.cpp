@@ -44,7 +44,7 @@ platform::Status StatusOf(bool done) {
 // All that the store itself keeps here can be worked out again; what cannot be (the state, clients'
 // data) is brought to the medium by the call that writes it.
 CMSMasterFile::CMSMasterFile(CMSDurability& durability, std::string directory, bool readOnly)
-    : CMSSyncTarget(durability, Kind::Derived, CKitFile::Join(directory, kFileName)),
+    : CMSSyncTarget(durability, CKitFile::Join(directory, kFileName)),
       m_directory(std::move(directory)),
       m_readOnly(readOnly) {}
 
@@ -119,7 +119,7 @@ bool CMSMasterFile::Flush() {
 
 bool CMSMasterFile::Write(const char* section, const std::string& key, const char* value) {
   if (!platform::WriteProfileString(Path(), section, key.c_str(), value)) return false;
-  Flushed([this] { return Sync(); });
+  Flushed(Kind::Derived, [this] { return Sync(); });
   return true;
 }
 

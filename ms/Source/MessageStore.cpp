@@ -154,7 +154,7 @@ void CMSMessageStore::RemoveListener(CMSFolderListener* listener) {
 CMSBatch::CMSBatch(const CMSMessageStore& store) : m_store(store.m_store) {
   if (m_store == nullptr)
     throw XKitStatus(kit::kStatusInvalidHandle, "a batch needs an open store; the handle is empty");
-  m_store->Durability().Begin();
+  m_store->Durability().BeginBatch();
   m_store->AddRef();
 }
 
@@ -173,6 +173,7 @@ void CMSBatch::Commit() {
 
 void CMSBatch::Pay() {
   if (!m_store->Durability().IsOutermost()) return;
+  m_store->Durability().WriteGathered();
   m_store->SaveDueCounters();
   m_store->Durability().Pay();
 }

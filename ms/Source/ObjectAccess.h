@@ -34,10 +34,19 @@ struct CMSFieldAccess {
   // Calls body with the record, T&; the record is flushed afterwards.
   template <class T, class Body>
   static auto Write(const CMSObject<T>& handle, Body body) {
+    return Write(handle, CMSRecordFile::Kind::Primary, body);
+  }
+  // The same for what a repair works out again, so that no call waits for it.
+  template <class T, class Body>
+  static auto WriteDerived(const CMSObject<T>& handle, Body body) {
+    return Write(handle, CMSRecordFile::Kind::Derived, body);
+  }
+  template <class T, class Body>
+  static auto Write(const CMSObject<T>& handle, CMSRecordFile::Kind kind, Body body) {
     CMSDBObject& cell = Cell(handle);
     CMSRecordFile& file = cell.owner->File();
     const CSharedLocker guard(file.Lock());
-    const typename CMSDB<unsigned long, T>::WritePtr record(file, Number(cell), cell.key);
+    const typename CMSDB<unsigned long, T>::WritePtr record(file, Number(cell), cell.key, kind);
     return body(*record);
   }
 

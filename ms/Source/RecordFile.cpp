@@ -35,8 +35,7 @@ CMSRecordFile::~CMSRecordFile() = default;
 
 void CMSRecordFile::Open(const std::string& directory) {
   m_file = OpenStoreFile(m_context, m_fileName);
-  m_target = std::make_unique<CMSFileTarget>(m_context.durability, CMSSyncTarget::Kind::Primary,
-                                             m_fileName, *m_file);
+  m_target = std::make_unique<CMSFileTarget>(m_context.durability, m_fileName, *m_file);
   if (!m_context.readOnly) m_context.durability.DirectoryChanged(directory);
   platform::FileInfo info;
   KitCheck(m_file->GetInfo(info), "examine", m_fileName);
@@ -80,7 +79,7 @@ void CMSRecordFile::CreateHeader() {
     throw CMSDBException(CMSDBException::kWriteFailed,
                          "cannot write the header of '" + m_fileName + "': " + status.Text());
   KitCheck(m_file->Truncate(sizeof header), "truncate", m_fileName);
-  m_target->Written();
+  m_target->Written(Kind::Primary);
 }
 
 platform::Status CMSRecordFile::Map(std::uint64_t length) {
@@ -133,13 +132,13 @@ const std::byte* CMSRecordFile::BeginRead(std::uint32_t number, std::uint32_t ke
   return data;
 }
 
-std::byte* CMSRecordFile::BeginWrite(std::uint32_t number, std::uint32_t key) {
+std::byte* CMSRecordFile::BeginWrite(std::uint32_t number, std::uint32_t key, Kind kind) {
   const CSharedLocker guard(m_lock);
   m_context.CheckWritable(m_fileName);
   BeginAccess(number, key, kMismatchWriting, true);
   AddHolder();
   ++m_writers;
-  RaiseDC();
+  RaiseDC(kind);
   return Data(number - 1);
 }
 
@@ -163,10 +162,10 @@ void CMSRecordFile::EndRead() {
   GrowIfAskedFor();
 }
 
-void CMSRecordFile::EndWrite(std::uint32_t number) {
+void CMSRecordFile::EndWrite(std::uint32_t number, Kind kind) {
   const CSharedLocker guard(m_lock);
-  m_target->Changed(*m_view, OffsetOf(number - 1) + sizeof(CMSContainerHead), m_dataSize);
-  LowerDC();
+  m_target->Changed(kind, *m_view, OffsetOf(number - 1) + sizeof(CMSContainerHead), m_dataSize);
+  LowerDC(kind);
   --m_writers;
   RemoveHolder();
   GrowIfAskedFor();
@@ -201,22 +200,22 @@ void CMSRecordFile::NotMapped() const {
   throw CMSDBException(CMSDBException::kCannotOpen, "'" + m_fileName + "' is not mapped any more");
 }
 
-void CMSRecordFile::FlushHeader() {
-  m_target->Changed(*m_view, 0, sizeof(CMSFileHeader));
+void CMSRecordFile::FlushHeader(Kind kind) {
+  m_target->Changed(kind, *m_view, 0, sizeof(CMSFileHeader));
 }
 
 void CMSRecordFile::FlushContainer(std::uint32_t index) {
-  m_target->Changed(*m_view, OffsetOf(index), ContainerSize());
+  m_target->Changed(Kind::Primary, *m_view, OffsetOf(index), ContainerSize());
 }
 
-void CMSRecordFile::RaiseDC() {
+void CMSRecordFile::RaiseDC(Kind kind) {
   H().DC = H().DC + 1;
-  FlushHeader();
+  FlushHeader(kind);
 }
 
-void CMSRecordFile::LowerDC() {
+void CMSRecordFile::LowerDC(Kind kind) {
   if (H().DC != 0) H().DC = H().DC - 1;
-  FlushHeader();
+  FlushHeader(kind);
 }
 
 void CMSRecordFile::Corrupted(const char* format) const {

@@ -67,10 +67,11 @@ class CMSRecordFile {
 
   // For the accessors. A number whose container bears another key than expected is reported;
   // reading goes on, writing throws. Each Begin is paired with its End on the same thread.
+  using Kind = CMSSyncTarget::Kind;
   const std::byte* BeginRead(std::uint32_t number, std::uint32_t key);
   void EndRead();
-  std::byte* BeginWrite(std::uint32_t number, std::uint32_t key);
-  void EndWrite(std::uint32_t number);
+  std::byte* BeginWrite(std::uint32_t number, std::uint32_t key, Kind kind);
+  void EndWrite(std::uint32_t number, Kind kind);
 
   // Throws std::logic_error naming the first broken invariant; for tests and debug builds.
   void CheckInvariants() const;
@@ -119,10 +120,10 @@ class CMSRecordFile {
   }
   std::uint64_t OffsetOf(std::uint32_t index) const { return H().DO + index * ContainerSize(); }
   std::uint64_t ContainerSize() const { return sizeof(CMSContainerHead) + m_dataSize; }
-  void FlushHeader();
+  void FlushHeader(Kind kind = Kind::Primary);
   void FlushContainer(std::uint32_t index);
-  void RaiseDC();
-  void LowerDC();
+  void RaiseDC(Kind kind = Kind::Primary);
+  void LowerDC(Kind kind = Kind::Primary);
   [[noreturn]] void Corrupted(const char* format) const;
 
   const CMSEngineContext m_context;

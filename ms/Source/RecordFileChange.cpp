@@ -113,7 +113,7 @@ platform::Status CMSRecordFile::Grow() {
     const platform::Status mapped = Map(length);
     return mapped.Ok() ? grown : mapped;
   }
-  m_target->Written();
+  m_target->Written(Kind::Primary);
   ChainNewContainers();
   return grown;
 }
