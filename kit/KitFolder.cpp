@@ -83,6 +83,13 @@ std::string CKitFolder::UniqueDirectoryName(const std::string& parent) {
   }
 }
 
+std::string CKitFolder::MakeUniqueFolder(const std::string& parent) {
+  for (;;) {
+    std::string path = CKitFile::Join(parent, NextName());
+    if (MakeFolder(path)) return path;
+  }
+}
+
 CKitFindFile::CKitFindFile(const std::string& directory) {
   KitCheck(platform::Files().List(directory, m_entries), "list", directory);
   std::sort(m_entries.begin(), m_entries.end(),

@@ -196,11 +196,12 @@ std::string Canonical(const std::string& storeDirectory, const std::string& stor
   return name;
 }
 
+std::string NameWithoutFile(std::uint32_t id, const std::string& name) {
+  return KitFormat("n%08x%c", id, kStoredSeparator) + name;
+}
+
 std::string MakeDirectory(const std::string& storeDirectory, CMSDurability& durability) {
-  std::string path;
-  do {
-    path = CKitFolder::UniqueDirectoryName(storeDirectory);
-  } while (!CKitFolder::MakeFolder(path));
+  const std::string path = CKitFolder::MakeUniqueFolder(storeDirectory);
   durability.DirectoryChanged(storeDirectory);
   return path;
 }

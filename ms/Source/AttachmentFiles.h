@@ -27,6 +27,10 @@ Place PlaceOf(const std::string& storeDirectory, const std::string& stored);
 // Of a name that leads inside: relative to the store, with "\" between components.
 std::string Canonical(const std::string& storeDirectory, const std::string& stored);
 
+// The stored name of an attachment without a file. No other object has the ID, and no directory
+// that is made for a file has a name of that length: it is taken without a look at the disk.
+std::string NameWithoutFile(std::uint32_t id, const std::string& name);
+
 // Makes a directory of its own for one file; answers its path.
 std::string MakeDirectory(const std::string& storeDirectory, CMSDurability& durability);
 

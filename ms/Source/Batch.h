@@ -34,6 +34,12 @@ class MS_API CMSBatch {
   // batch. XKitStatus 19 when the medium failed; the store then takes no further change.
   void Commit();
 
+ protected:
+  // Gathered: index entries are written in few pieces at the end. OneByOne: each as it comes, so
+  // that one that fails can still be taken back.
+  enum class Entries { Gathered, OneByOne };
+  CMSBatch(const CMSMessageStore& store, Entries entries);
+
  private:
   void Pay();
 

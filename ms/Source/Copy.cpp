@@ -111,6 +111,11 @@ void CopyRecipients(CMSDocument& letter, const CMSLetterSnapshot& source) {
   }
 }
 
+// A copy that fails is taken back.
+struct CUndoableBatch : CMSBatch {
+  explicit CUndoableBatch(const CMSMessageStore& store) : CMSBatch(store, Entries::OneByOne) {}
+};
+
 // What became of the letter with this recipient is left out.
 CMSRecipientData WithoutState(CMSRecipientData data) {
   data.Flag = 0;
@@ -140,7 +145,7 @@ void RequireCopied(const Handle& copy, const CMSDocument& letter, const Handle& 
 CMSDocument CMSDocument::BlankCopy(CMSFolder& target) const {
   const Record source = HeaderOf(*this);
   RequireWritable(StoreOf(target));
-  CMSBatch batch(target.MS());
+  CUndoableBatch batch(target.MS());
   CMSDocument copy = CreateHeader(target, source, source.Flag & ~docflag::Complete);
   if (copy) ChangeRecord(copy, [&](Record& record) { CopyTimeAndCryptInfo(record, source); });
   batch.Commit();
@@ -149,7 +154,7 @@ CMSDocument CMSDocument::BlankCopy(CMSFolder& target) const {
 
 CMSDocument CMSDocument::Clone(CMSFolder& target, bool missingFiles) const {
   CMSLetterCopy copy(*this, target, missingFiles);
-  CMSBatch batch(target.MS());
+  CUndoableBatch batch(target.MS());
   copy.Make();
   batch.Commit();  // nothing passes for whole before all of it is safe
   copy.Finish();
@@ -205,7 +210,7 @@ void CMSLetterCopy::Finish() {
 // The files go with the payment, so it is made here. In a store that refuses changes by now, the
 // mark is all that can be done, and tells a repair to remove the rest.
 void CMSLetterCopy::Withdraw() {
-  CMSBatch batch(m_copy.MS());
+  CUndoableBatch batch(m_copy.MS());
   Access::Write(m_copy, [](Record& record) {
     record.Flag = static_cast<std::int32_t>((record.Flag & ~docflag::Complete) | docflag::Deleted);
   });
@@ -217,7 +222,7 @@ void CMSDocument::AcceptRecipients(const CMSDocument& source, const std::list<CM
                                    bool keepState) {
   const CMSLetterSnapshot letter = SnapshotOf(source);
   RequireWritable(StoreOf(*this));
-  CMSBatch batch(MS());
+  CUndoableBatch batch(MS());
   for (const auto& from : letter.recipients) {
     if (from.record.DocID != source.ID() || IsIn(except, from.handle)) continue;
     RequireCopied(AddCopy(*this, keepState ? from.record : WithoutState(from.record)), *this,
@@ -230,7 +235,7 @@ void CMSDocument::AcceptAttachments(const CMSDocument& source,
                                     const std::list<CMSAttachment>* except) {
   const CMSLetterSnapshot letter = SnapshotOf(source);
   RequireWritable(StoreOf(*this));
-  CMSBatch batch(MS());
+  CUndoableBatch batch(MS());
   for (const auto& from : letter.attachments) {
     if (from.record.DocID != source.ID() || IsIn(except, from.handle)) continue;
     CMSAttachment copy = AddCopy(*this, from, from.record.Flag);

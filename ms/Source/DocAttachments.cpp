@@ -19,6 +19,7 @@ using Record = CMSAttachmentData;
 namespace {
 
 constexpr char kBodyFile[] = "blank.txt";
+constexpr char kStoredPath[] = "path of the stored file";
 
 // The source's own name, without what could be taken for a path or is no name on some platform.
 std::string FileNameOf(const std::string& source) {
@@ -58,12 +59,13 @@ void RemoveSource(CMSMessageStoreImp& store, const std::string& source, long fla
 
 }  // namespace
 
-// A directory of its own for one file, removed with the file unless Keep is called. Without a file
-// yet, only its name is chosen: the directory comes with the file (CMSAttachment::Get).
+// A directory of its own for one file, removed with the file unless Keep is called.
 class CMSDocument::CPlacedFile {
  public:
-  CPlacedFile(CMSMessageStoreImp& store, const std::string& name, bool withFile)
-      : m_store(store), m_path(CKitFile::Join(Directory(store, withFile), name)) {}
+  CPlacedFile(CMSMessageStoreImp& store, const std::string& name)
+      : m_store(store),
+        m_path(CKitFile::Join(attachmentfiles::MakeDirectory(store.Directory(), store.Durability()),
+                              name)) {}
   CPlacedFile(const CPlacedFile&) = delete;
   CPlacedFile& operator=(const CPlacedFile&) = delete;
   ~CPlacedFile() {
@@ -82,11 +84,6 @@ class CMSDocument::CPlacedFile {
   void Named() { m_named = true; }
 
  private:
-  static std::string Directory(CMSMessageStoreImp& store, bool withFile) {
-    return withFile ? attachmentfiles::MakeDirectory(store.Directory(), store.Durability())
-                    : CKitFolder::UniqueDirectoryName(store.Directory());
-  }
-
   CMSMessageStoreImp& m_store;
   const std::string m_path;
   bool m_kept = false;
@@ -99,13 +96,12 @@ CMSAttachment CMSDocument::AddAttachment(const CKitString& source, bool move,
   CMSMessageStoreImp& store = StoreOf(*this);
   RequireWritable(store);
   Record data = NewRecord(name, sourceName, flag);
-  const bool withFile = (flag & attachmentflag::FileRemoved) == 0;
-  if (withFile) PutSource(data, source);
-  CPlacedFile place(store, FileNameOf(source), withFile);
-  PutChecked(data.InternalFileName, place.Stored(), "path of the stored file");
-  if (withFile) attachmentfiles::CopyIn(source, place.Path(), store.Durability());
+  if ((flag & attachmentflag::FileRemoved) != 0) return LinkWithoutFile(data, FileNameOf(source));
+  PutSource(data, source);
+  CPlacedFile place(store, FileNameOf(source));
+  attachmentfiles::CopyIn(source, place.Path(), store.Durability());
   CMSAttachment attachment = LinkAttachment(data, place);
-  if (attachment && withFile && move) RemoveSource(store, source, flag);
+  if (attachment && move) RemoveSource(store, source, flag);
   return attachment;
 }
 
@@ -114,26 +110,43 @@ CMSAttachment CMSDocument::CreateEmptyLetterText() {
   RequireWritable(store);
   Record data = NewRecord(kBodyFile, kBodyFile, attachmentflag::Body);
   data.DateTime = CKitDateTime::Now().Seconds();
-  CPlacedFile place(store, kBodyFile, true);
-  PutChecked(data.InternalFileName, place.Stored(), "path of the stored file");
+  CPlacedFile place(store, kBodyFile);
   attachmentfiles::CreateEmpty(place.Path(), store.Durability());
   return LinkAttachment(data, place);
 }
 
-// Record, link and totals. The letter may have gone while the file was being copied.
+// The letter may have gone while the file was being copied.
 CMSAttachment CMSDocument::LinkAttachment(Record& data, CPlacedFile& place) {
+  PutChecked(data.InternalFileName, place.Stored(), kStoredPath);
   CMSMessageStoreImp& store = StoreOf(*this);
   return store.Change([&] {
     RequireAlive(*this);
-    data.DocID = static_cast<std::uint32_t>(ID());
     place.Named();
-    CMSAttachment attachment = store.CreateAttachment(data);
-    if (!attachment) return attachment;
-    place.Keep();
-    CountIn(attachment, data);
-    NotifyReadBy(attachment, 0);
-    return attachment;
+    return LinkRecord(data, store.IssueID(), [&] { place.Keep(); });
   });
+}
+
+// The directory, which is named after the ID, comes with the file (CMSAttachment::Get).
+CMSAttachment CMSDocument::LinkWithoutFile(Record& data, const std::string& name) {
+  CMSMessageStoreImp& store = StoreOf(*this);
+  return store.Change([&] {
+    RequireAlive(*this);
+    const std::uint32_t id = store.IssueID();
+    PutChecked(data.InternalFileName, attachmentfiles::NameWithoutFile(id, name), kStoredPath);
+    return LinkRecord(data, id, [] {});
+  });
+}
+
+// Record, link and totals.
+template <class Made>
+CMSAttachment CMSDocument::LinkRecord(Record& data, std::uint32_t id, Made made) {
+  data.DocID = static_cast<std::uint32_t>(ID());
+  CMSAttachment attachment = StoreOf(*this).CreateAttachment(id, data);
+  if (!attachment) return attachment;
+  made();
+  CountIn(attachment, data);
+  NotifyReadBy(attachment, 0);
+  return attachment;
 }
 
 // All at once: whatever cannot be told afterwards, the letter's record is whole.

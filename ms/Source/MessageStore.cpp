@@ -151,10 +151,15 @@ void CMSMessageStore::RemoveListener(CMSFolderListener* listener) {
   Detach(*m_store, listener);
 }
 
-CMSBatch::CMSBatch(const CMSMessageStore& store) : m_store(store.m_store) {
+CMSBatch::CMSBatch(const CMSMessageStore& store) : CMSBatch(store, Entries::Gathered) {}
+
+CMSBatch::CMSBatch(const CMSMessageStore& store, Entries entries) : m_store(store.m_store) {
   if (m_store == nullptr)
     throw XKitStatus(kit::kStatusInvalidHandle, "a batch needs an open store; the handle is empty");
-  m_store->Durability().BeginBatch();
+  if (entries == Entries::Gathered)
+    m_store->Durability().BeginBatch();
+  else
+    m_store->Durability().Begin();
   m_store->AddRef();
 }
 

@@ -75,7 +75,7 @@ class CMSMessageStoreImp : public CKitReference {
   CMSFolder CreateFolder(std::uint32_t id, std::uint32_t parent, const std::string& name,
                          const std::string& props, std::int32_t type);
   CMSDocument CreateDocument(const CMSDocumentData& data);
-  CMSAttachment CreateAttachment(const CMSAttachmentData& data);
+  CMSAttachment CreateAttachment(std::uint32_t id, const CMSAttachmentData& data);
   CMSRecipient CreateRecipient(const CMSRecipientData& data);
   // Record and link; false when the record was gone already.
   bool RemoveFolder(const CMSFolder& folder);

@@ -128,10 +128,10 @@ CMSDocument CMSMessageStoreImp::CreateDocument(const CMSDocumentData& data) {
   return Create<CMSDocument>(*m_documents, CMSObjectType::Document, IssueID(), data.ParentID, data);
 }
 
-CMSAttachment CMSMessageStoreImp::CreateAttachment(const CMSAttachmentData& data) {
+CMSAttachment CMSMessageStoreImp::CreateAttachment(std::uint32_t id,
+                                                   const CMSAttachmentData& data) {
   const CSharedLocker guard(m_lock);
-  return Create<CMSAttachment>(*m_attachments, CMSObjectType::Attachment, IssueID(), data.DocID,
-                               data);
+  return Create<CMSAttachment>(*m_attachments, CMSObjectType::Attachment, id, data.DocID, data);
 }
 
 CMSRecipient CMSMessageStoreImp::CreateRecipient(const CMSRecipientData& data) {
