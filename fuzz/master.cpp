@@ -43,11 +43,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   Expect(before == ReadAll(path), "reading twice");
   (void)master.ReadCounters();
   (void)master.ReadExtraFolderData(1);
+  Expect(master.SaveExtraFolderData(77, "3,4"), "keeping folder data");
+  Expect(master.SaveExtraFolderData(1, "5,6"), "keeping folder data");
   Expect(master.SaveCounters({4711, 815}), "saving the counters");
   Expect(master.ReadCounters().lastID == 4711 && master.ReadCounters().size == 815, "counters");
-  Expect(master.SaveExtraFolderData(77, "3,4"), "saving folder data");
-  Expect(master.ReadExtraFolderData(77) == "3,4", "folder data");
-  Expect(master.DropExtraFolderData(77), "dropping folder data");
+  Expect(master.ReadExtraFolderData(77) + master.ReadExtraFolderData(1) == "3,45,6", "folder data");
+  Expect(master.DropExtraFolderData(77) && master.SaveExtraFolderData(1, "7,8"), "dropping it");
+  Expect(master.GetCustomData("ExtraFolderData", "1").str() == "7,8", "folder data as custom data");
   Expect(master.SetState("Active") && master.SetState("Closed"), "setting the state");
   if (master.WriteCustomData("client", key.c_str(), value.c_str())) {
     const std::string back = master.GetCustomData("client", key.c_str());

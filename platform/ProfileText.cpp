@@ -1,5 +1,7 @@
 #include "platform/ProfileText.h"
 
+#include <algorithm>
+
 namespace platform {
 namespace {
 
@@ -135,49 +137,67 @@ std::optional<ProfileText::Edit> ProfileText::ChangeValue(const Key& key,
   return edit;
 }
 
-std::optional<ProfileText::Edit> ProfileText::Set(std::string_view section, std::string_view key,
-                                                  std::string_view value) const {
-  if (const Key* found = FindKey(section, key)) return ChangeValue(*found, value);
-  const std::string line = Joined(Trimmed(key), value).append(kBreak);
+// Blank lines at the end of the section give way.
+ProfileText::Edit ProfileText::AppendLines(std::string_view section, std::string_view lines) const {
   const Section* in = FindSection(section);
-  if (in == nullptr) return AppendSection(section, line);
-  return Edit{in->tail, in->end - in->tail, std::string(BreakBefore(in->tail)) + line, false};
+  if (in == nullptr) return AppendSection(section, lines);
+  Edit edit{in->tail, in->end - in->tail, std::string(BreakBefore(in->tail)), false};
+  edit.text += lines;
+  return edit;
 }
 
-std::optional<ProfileText::Edit> ProfileText::RemoveKey(std::string_view section,
-                                                        std::string_view key) const {
-  const Key* found = FindKey(section, key);
-  if (found == nullptr) return std::nullopt;
-  return Edit{found->line, found->next - found->line, {}, false};
+ProfileText::Edits ProfileText::SetKeys(std::string_view section,
+                                        const std::vector<ProfileKey>& keys) const {
+  Edits edits;
+  std::string added;
+  for (const ProfileKey& key : keys) {
+    const Key* found = FindKey(section, key.name);
+    if (found == nullptr) {
+      if (key.value) added.append(Joined(Trimmed(key.name), *key.value)).append(kBreak);
+    } else if (!key.value) {
+      edits.push_back({found->line, found->next - found->line, {}, false});
+    } else if (auto edit = ChangeValue(*found, *key.value)) {
+      edits.push_back(std::move(*edit));
+    }
+  }
+  if (!added.empty()) edits.push_back(AppendLines(section, added));
+  std::sort(edits.begin(), edits.end(),
+            [](const Edit& a, const Edit& b) { return a.offset < b.offset; });
+  return edits;
 }
 
-std::optional<ProfileText::Edit> ProfileText::RemoveSection(std::string_view section) const {
+ProfileText::Edits ProfileText::RemoveSection(std::string_view section) const {
   const Section* in = FindSection(section);
-  if (in == nullptr || in->begin == in->end) return std::nullopt;
-  return Edit{in->begin, in->end - in->begin, {}, false};
+  if (in == nullptr || in->begin == in->end) return {};
+  return {{in->begin, in->end - in->begin, {}, false}};
 }
 
-std::optional<ProfileText::Edit> ProfileText::FillSection(
-    std::string_view section, const std::vector<std::string_view>& lines) const {
+ProfileText::Edits ProfileText::FillSection(std::string_view section,
+                                            const std::vector<std::string_view>& lines) const {
   std::string body;
   for (const std::string_view line : lines) body.append(line).append(kBreak);
   const Section* in = FindSection(section);
-  if (in == nullptr && body.empty()) return std::nullopt;
-  if (in == nullptr) return AppendSection(section, body);
+  if (in == nullptr && body.empty()) return {};
+  if (in == nullptr) return {AppendSection(section, body)};
   const std::size_t length = in->end - in->body;
-  if (std::string_view(m_text).substr(in->body, length) == body) return std::nullopt;
+  if (std::string_view(m_text).substr(in->body, length) == body) return {};
   if (!body.empty()) body.insert(0, BreakBefore(in->body));
-  return Edit{in->body, length, std::move(body), false};
+  return {{in->body, length, std::move(body), false}};
 }
 
-void ProfileText::Apply(const Edit& edit) {
+void ProfileText::ApplyInPlace(const Edit& edit) {
   m_text.replace(edit.offset, edit.length, edit.text);
-  if (!edit.inPlace) Parse();
 }
 
-std::string ProfileText::Applied(const Edit& edit) const {
-  std::string text = m_text;
-  return text.replace(edit.offset, edit.length, edit.text);
+std::string ProfileText::Applied(const Edits& edits) const {
+  const std::string_view old(m_text);
+  std::string text;
+  std::size_t kept = 0;
+  for (const Edit& edit : edits) {
+    text.append(old.substr(kept, edit.offset - kept)).append(edit.text);
+    kept = edit.offset + edit.length;
+  }
+  return text.append(old.substr(kept));
 }
 
 }  // namespace platform

@@ -1,8 +1,8 @@
 // The text of a private-profile (INI) file, without any input or output.
 //
-// A text is parsed once; a lookup is two hash searches. A change is first described (as the one
-// range of the text to replace) and then applied, so that the owner can bring the same range to the
-// disk in between.
+// A text is parsed once; a lookup is two hash searches. A change is first described (as the ranges
+// of the text to replace) and then applied, so that the owner can bring the same ranges to the disk
+// in between.
 //
 // Invariant: sections are in the order of their first appearance; the first, nameless one holds the
 // lines before the first header. Every section's lines are [body, end), and all of [tail, end) is
@@ -16,6 +16,8 @@
 #include <unordered_map>
 #include <vector>
 
+#include "platform/Profile.h"
+
 namespace platform {
 
 class ProfileText {
@@ -28,6 +30,8 @@ class ProfileText {
     // Only the value of one key changes, and it keeps its length: no other position moves.
     bool inPlace = false;
   };
+  // In the order of their offsets; none when the text says all of it already.
+  using Edits = std::vector<Edit>;
 
   ProfileText() : ProfileText(std::string()) {}
   explicit ProfileText(std::string text);
@@ -37,19 +41,16 @@ class ProfileText {
   // zero character.
   std::optional<std::string> Find(std::string_view section, std::string_view key) const;
 
-  // What has to be replaced; nothing when the text says so already.
-  std::optional<Edit> Set(std::string_view section, std::string_view key,
-                          std::string_view value) const;
-  std::optional<Edit> RemoveKey(std::string_view section, std::string_view key) const;
-  std::optional<Edit> RemoveSection(std::string_view section) const;
+  // What has to be replaced. No key may be there twice.
+  Edits SetKeys(std::string_view section, const std::vector<ProfileKey>& keys) const;
+  Edits RemoveSection(std::string_view section) const;
   // Puts lines in the place of all that is in the section. A section that is not there is made for
   // them.
-  std::optional<Edit> FillSection(std::string_view section,
-                                  const std::vector<std::string_view>& lines) const;
+  Edits FillSection(std::string_view section, const std::vector<std::string_view>& lines) const;
 
-  // The edit must come from this text as it stands.
-  void Apply(const Edit& edit);
-  std::string Applied(const Edit& edit) const;
+  // The edits must come from this text as it stands, or differ from it by others in place.
+  void ApplyInPlace(const Edit& edit);
+  std::string Applied(const Edits& edits) const;
 
  private:
   struct Key {
@@ -77,6 +78,7 @@ class ProfileText {
   // The line break that text put in at offset needs in front of it.
   std::string_view BreakBefore(std::size_t offset) const;
   Edit AppendSection(std::string_view name, std::string_view lines) const;
+  Edit AppendLines(std::string_view section, std::string_view lines) const;
   std::optional<Edit> ChangeValue(const Key& key, std::string_view value) const;
 
   std::string m_text;

@@ -8,6 +8,7 @@
 #include "support/Engine.h"
 #include "support/FaultyFiles.h"
 #include "support/OpenStore.h"
+#include "support/Skip.h"
 
 #include "ms/Source/FolderSupport.h"
 #include "platform/Profile.h"
@@ -58,8 +59,14 @@ class Folders : public testing::Test {
     std::memcpy(bytes.data() + sizeof(CMSFileHeader) + (id - 1) * size + head + field, &number, 4);
     WriteBytes(dir / "folders3.db", bytes);
   }
-  std::string Cache(const char* id) const {
+  std::string InFile(const std::string& id) const {
     return platform::ReadProfileString(dir / "ms3.db", "ExtraFolderData", id, "", 100);
+  }
+  // The same once the store has written what it still owes the file.
+  std::string Cache(const char* id) {
+    std::string read = store.GetCustomData("extrafolderdata ", id);
+    EXPECT_EQ(InFile(id), read);
+    return read;
   }
   bool Reported(const std::string& text) const {
     const std::string journal = ReadBytes(dir / "fixme.dat");
@@ -175,25 +182,78 @@ TEST_F(Folders, Counters_follow_every_change_and_heal_from_any_bad_entry) {
   a.MoveDocument(unread, b);
   EXPECT_EQ(Cache("2") + " " + Cache("3"), "1,0 2,0");  // told twice, moved as one
   b.MoveDocument(unread, a);
-  const std::string path = dir / "ms3.db";
+  const auto write = [&](const char* id, const char* entry) {
+    EXPECT_TRUE(store.WriteCustomData("ExtraFolderData", id, entry));
+  };
   for (const char* bad : {"", "3", "3,", "3,-1", "-1,0", "x,1", "3;1", "99999999999,1"}) {
-    platform::WriteProfileString(path, "ExtraFolderData", "2", bad);
+    write("2", bad);
     EXPECT_EQ(a.GetUnreadDocumentCount(), 1) << bad;
     EXPECT_EQ(Cache("2"), "1,0");
   }
-  platform::WriteProfileString(path, "ExtraFolderData", "2", "0,0");
+  write("2", "0,0");
   a.DeleteDocument(unread);
   EXPECT_EQ(Cache("2"), "-1,0");
   EXPECT_EQ(a.GetUnreadDocumentCount(), 0);
   root.DeleteFolder(a);
   EXPECT_EQ(Cache("2"), "");
   marked = unread = sent = {};
-  Reopen([&] { platform::WriteProfileString(path, "ExtraFolderData", "3", nullptr); }, true);
+  const auto drop = [&] {
+    platform::WriteProfileString(dir / "ms3.db", "ExtraFolderData", "3", nullptr);
+  };
+  Reopen(drop, true);
   events.Take();
   EXPECT_EQ(b.GetUnreadDocumentCount(), 1);
   EXPECT_EQ(events.Take(), "F*3 ");
   EXPECT_EQ(Cache("3"), "");
   EXPECT_EQ(CodeOf([&] { b.Type(1); }), 19);
+}
+
+TEST_F(Folders, Counters_asked_for_in_a_row_share_writes_and_those_of_a_batch_wait_for_its_end) {
+  FaultyFiles files;
+  constexpr unsigned long kLast = 302;
+  {
+    CMSBatch batch(store);
+    for (unsigned long id = 4; id <= kLast; ++id) root.CreateFolder("f", "", 0);
+    EXPECT_EQ(a.GetUnreadDocumentCount(), 0);
+    NewLetter(a, kMarked);
+    EXPECT_EQ(a.GetUnreadDocumentCount(), 1);
+    EXPECT_EQ(InFile("2"), "");
+    batch.Commit();
+    EXPECT_EQ(InFile("2"), "1,0");
+  }
+  const unsigned before = files.Count(call::kReplace);
+  for (unsigned long id = 3; id <= kLast; ++id) {
+    store.GetFolder(id).GetUnreadDocumentCount();
+    EXPECT_EQ(InFile("3"), "0,0");  // the first is not kept waiting
+  }
+  EXPECT_LE(files.Count(call::kReplace) - before, 9U);
+  Reopen([&] {
+    for (unsigned long id = 3; id <= kLast; ++id) EXPECT_EQ(InFile(std::to_string(id)), "0,0");
+  });
+}
+
+TEST_F(Folders, Counters_that_cannot_be_written_count_and_keep_the_store_from_closing_clean) {
+  NEEDS_POSIX("the system writes the master file itself");
+  constexpr auto kWrites = call::kWrite | call::kReplace;
+  CMSDocument letter = NewLetter(root, kMarked);
+  EXPECT_EQ(a.GetUnreadDocumentCount(), 0);
+  FaultyFiles files;
+  files.Fail({.calls = kWrites, .forGood = true, .path = "ms3.db"});
+  letter.Move(a);
+  EXPECT_EQ(std::to_string(a.GetUnreadDocumentCount()) + " " + InFile("2"), "1 0,0");
+  files.Heal();
+  NewLetter(b);
+  EXPECT_EQ(InFile("2"), "1,0");
+  files.Fail({.calls = kWrites, .forGood = true, .path = "ms3.db"});
+  letter.Move(root);
+  EXPECT_EQ(std::to_string(a.GetUnreadDocumentCount()) + " " + InFile("2"), "0 1,0");
+  files.Heal();
+  files.Fail({.calls = kWrites, .path = "ms3.db"});  // once more: the state could be written
+  letter = {};
+  Reopen([&] {
+    const std::string master = dir / "ms3.db";
+    EXPECT_EQ(platform::ReadProfileString(master, "Maintenance", "State", "", 100), "Active");
+  });
 }
 
 TEST_F(Folders, Ends_of_a_link_that_disagree_are_reported_and_never_deleted) {

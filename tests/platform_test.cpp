@@ -1,7 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstring>
+#include <random>
 #include <thread>
 
 #include "platform/File.h"
@@ -105,6 +107,33 @@ TEST(Profile, Reads_and_writes_as_the_recorded_cases_do) {
     EXPECT_EQ(ReadBytes(path), content);
   }
   EXPECT_GT(count, 60);
+}
+
+TEST(Profile, Keys_written_together_are_as_those_written_one_by_one) {
+  const TempDir dir{InMemory()};
+  std::mt19937 random(1);
+  const auto any = [&](const std::vector<std::string>& of) { return of[random() % of.size()]; };
+  std::vector<std::string> names{"a", "b", "c", "d", "e"};
+  const std::vector<std::string> lines{"a=1", "B=22", " c = 3", "a=4", "d=", "; e=5", "e", ""};
+  for (int round = 0; round < 100; ++round) {
+    std::string text;
+    for (const std::string section : {"", "[S]\r\n", "[T]\r\n", "[S]\r\n"}) {
+      if (random() % 4 != 0) text += section;
+      for (auto count = random() % 6; count > 0; --count) text += any(lines) + "\r\n";
+    }
+    for (const char* name : {"together", "apart"}) WriteBytes(dir / name, text);
+    std::shuffle(names.begin(), names.end(), random);
+    std::vector<ProfileKey> keys;
+    for (auto count = random() % 5; count > 0; --count) {
+      keys.push_back({names[count], std::nullopt});
+      if (random() % 4 != 0) keys.back().value = any({"", "1", "2", "22", "long"});
+    }
+    EXPECT_TRUE(WriteProfileKeys(dir / "together", "s", keys));
+    for (const auto& [name, value] : keys)
+      EXPECT_TRUE(
+          WriteProfileString(dir / "apart", "s", name.c_str(), value ? value->c_str() : nullptr));
+    EXPECT_EQ(ReadBytes(dir / "together"), ReadBytes(dir / "apart")) << text;
+  }
 }
 
 TEST(Profile, Missing_file_reads_as_empty_and_values_are_cut_to_the_capacity) {

@@ -54,6 +54,37 @@ TEST(Profile, Same_length_within_a_sector_is_one_write_of_the_changed_bytes) {
   EXPECT_EQ(ReadBytes(path), "[S]\r\nk=12945\r\np=" + pad + "\r\nq=ABCDEF\r\n");
 }
 
+TEST(Profile, Keys_written_together_are_written_in_place_or_once_and_each_is_old_or_new) {
+  const TempDir dir;
+  const std::string path = dir / "p";
+  const auto own = [&](const char* key) {
+    return ReadProfileString(path, "S", key, "<def>", kCapacity, ProfileWriter::ThisProcess);
+  };
+  const auto all = [&] { return own("a") + own("b") + own("c"); };
+  WriteBytes(path, "[S]\r\na=1\r\nb=1\r\nc=1\r\n");
+  FaultyFiles files;
+  files.CoarsenTimes();
+  EXPECT_TRUE(WriteProfileKeys(path, "S", {{"c", "2"}, {"a", "2"}}));
+  EXPECT_EQ(files.Count(call::kWrite) * 10 + files.Count(call::kReplace), 20U);
+  const unsigned opened = files.Count(call::kOpen);
+  EXPECT_EQ(all(), "212");
+  EXPECT_EQ(files.Count(call::kOpen), opened);  // its own section is not read again
+  EXPECT_TRUE(WriteProfileKeys(path, "S", {{"c", "3"}, {"a", "long"}, {"d", "4"}}));
+  EXPECT_EQ(files.Count(call::kWrite) * 10 + files.Count(call::kReplace), 31U);
+  EXPECT_EQ(ReadBytes(path), "[S]\r\na=long\r\nb=1\r\nc=3\r\nd=4\r\n");
+  for (const bool isMended : {true, false}) {
+    EXPECT_TRUE(WriteProfileKeys(path, "S", {{"a", "1"}, {"b", "1"}, {"c", "1"}}));
+    files.Fail({.calls = call::kWrite, .nth = 2, .written = 1});
+    if (!isMended) files.Fail({.calls = call::kWrite, .nth = 2, .forGood = true});
+    EXPECT_FALSE(WriteProfileKeys(path, "S", {{"a", "2"}, {"b", "2"}, {"c", "2"}}));
+    files.Heal();
+    EXPECT_EQ(all(), isMended ? "211" : "221");
+  }
+  WriteBytes(dir / "theirs", ReadBytes(path).replace(7, 1, "7"));
+  std::filesystem::rename(dir / "theirs", path);
+  EXPECT_EQ(own("a"), "7");
+}
+
 bool WriteKeys(const std::string& path, const std::string& who) {
   bool done = true;
   for (int i = 0; i < 25; ++i) {

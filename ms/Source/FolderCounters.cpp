@@ -71,7 +71,6 @@ bool CMSFolder::GetCachedExtraData(CExtraData& data) const {
   const CSharedLocker storeGuard(store.Lock());
   const CSharedLocker folderGuard(store.Folders().File().Lock());
   data = {};
-  if (store.Distrusted().count(static_cast<std::uint32_t>(ID())) != 0) return false;
   const std::string entry = store.Master().ReadExtraFolderData(static_cast<std::uint32_t>(ID()));
   const char* text = entry.c_str();
   if (ParseCount(text, data.unread) && *text++ == ',' && ParseCount(text, data.undelivered))
@@ -86,11 +85,8 @@ void CMSFolder::SaveExtraData(const CExtraData& data) const {
   const CSharedLocker storeGuard(store.Lock());
   {
     const CSharedLocker folderGuard(store.Folders().File().Lock());
-    const auto id = static_cast<std::uint32_t>(ID());
-    if (store.Master().SaveExtraFolderData(id, KitFormat("%d,%d", data.unread, data.undelivered)))
-      store.Distrusted().erase(id);
-    else if (!store.IsReadOnly())
-      store.Distrusted().insert(id);
+    store.SaveFolderCounters(static_cast<std::uint32_t>(ID()),
+                             KitFormat("%d,%d", data.unread, data.undelivered));
   }
   store.Listeners().FolderChanged(*this);
 }

@@ -120,7 +120,7 @@ void CMSFolder::CDeletion::Tree(CMSFolder& parent, const CMSFolder& folder) {
 
 // The counters go first: nobody needs them adjusted letter by letter any more.
 void CMSFolder::CDeletion::Documents(CMSFolder& folder) {
-  m_store.Master().DropExtraFolderData(static_cast<std::uint32_t>(folder.ID()));
+  m_store.DropFolderCounters(static_cast<std::uint32_t>(folder.ID()));
   CMSDocument document;
   auto place = folder.GetFirstDocumentPosition();
   while (folder.GetNextDocument(document, place)) Document(folder, document);
@@ -129,7 +129,7 @@ void CMSFolder::CDeletion::Documents(CMSFolder& folder) {
 // A listener may have asked for the counters meanwhile, so they go again.
 void CMSFolder::CDeletion::EmptyFolder(CMSFolder& parent, const CMSFolder& folder) {
   m_store.RemoveFolder(folder);
-  m_store.Master().DropExtraFolderData(static_cast<std::uint32_t>(folder.ID()));
+  m_store.DropFolderCounters(static_cast<std::uint32_t>(folder.ID()));
   parent.DecFolderCount();
   m_store.Listeners().FolderRemoved(folder);
 }

@@ -1,11 +1,11 @@
 #include "MasterFile.h"
 
+#include <algorithm>
 #include <string_view>
 #include <utility>
 
 #include "corrupted.h"
 #include "kit/KitFile.h"
-#include "platform/Profile.h"
 
 namespace {
 
@@ -33,6 +33,16 @@ bool CanBeRead(std::string_view key) {
 
 bool IsName(const char* text) {
   return text != nullptr && !IsBlank(text) && !HoldsLineBreak(text);
+}
+
+// As the file's reader compares names.
+bool IsFolderSection(std::string_view name) {
+  const std::string_view own(kFolderSection);
+  const auto first = name.find_first_not_of(" \t");
+  name = name.substr(first, name.find_last_not_of(" \t") - first + 1);
+  const auto folded = [](char c) { return c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c + 0; };
+  return std::equal(name.begin(), name.end(), own.begin(), own.end(),
+                    [&](char a, char b) { return folded(a) == folded(b); });
 }
 
 platform::Status StatusOf(bool done) {
@@ -64,50 +74,81 @@ CMSMasterFile::Counters CMSMasterFile::ReadCounters() const {
           static_cast<std::uint32_t>(platform::ReadProfileInt(path, kStoreSection, kSizeKey, 0))};
 }
 
+// In this order: an ID that no longer counted as issued would come again and find an entry there.
+bool CMSMasterFile::SaveCounters(const Counters& counters) {
+  return SaveNumbers(counters) && SaveEntries();
+}
+
 // Nobody else writes them while the store is open for writing, so a value that was written before
 // need not be compared with the file again.
-bool CMSMasterFile::SaveCounters(const Counters& counters) {
-  bool saved = true;
-  if (!m_saved || m_saved->lastID != counters.lastID) {
-    const std::string lastID = std::to_string(static_cast<std::int32_t>(counters.lastID));
-    saved = Write(kStoreSection, kLastIDKey, lastID.c_str());
-  }
+bool CMSMasterFile::SaveNumbers(const Counters& counters) {
+  std::vector<platform::ProfileKey> changed;
+  if (!m_saved || m_saved->lastID != counters.lastID)
+    changed.push_back({kLastIDKey, std::to_string(static_cast<std::int32_t>(counters.lastID))});
   if (!m_saved || m_saved->size != counters.size)
-    saved = Write(kStoreSection, kSizeKey, std::to_string(counters.size).c_str()) && saved;
-  m_saved = saved ? std::optional<Counters>(counters) : std::nullopt;
-  return saved;
+    changed.push_back({kSizeKey, std::to_string(counters.size)});
+  if (changed.empty()) return true;
+  m_saved.reset();
+  if (!Write(kStoreSection, changed)) return false;
+  m_saved = counters;
+  return true;
+}
+
+// What cannot be written waits for the next time.
+bool CMSMasterFile::SaveEntries() {
+  if (m_waiting.empty()) return true;
+  if (Owner().HasFailed()) return false;
+  std::vector<platform::ProfileKey> keys;
+  keys.reserve(m_waiting.size());
+  for (const auto& [folder, entry] : m_waiting) keys.push_back({std::to_string(folder), entry});
+  if (!Write(kFolderSection, keys)) return false;
+  m_waiting.clear();
+  return true;
 }
 
 // At every level: a store that lost its "Active" to a power cut would pass for one that was closed,
 // and nobody would repair it.
 bool CMSMasterFile::SetState(const char* state) {
-  if (!Write(MSF::szMaintenanceSection, MSF::szClosedStateKey, state)) return false;
+  if (!Write(MSF::szMaintenanceSection, {{MSF::szClosedStateKey, state}})) return false;
   return Flush();
 }
 
 std::string CMSMasterFile::ReadExtraFolderData(std::uint32_t folder) const {
-  return platform::ReadProfileString(Path(), kFolderSection, std::to_string(folder), "", kCapacity);
+  if (const auto found = m_waiting.find(folder); found != m_waiting.end())
+    return found->second.value_or("");
+  // Whoever has the store open for writing has it alone, and no other process writes the section.
+  const auto writer =
+      m_readOnly ? platform::ProfileWriter::Anyone : platform::ProfileWriter::ThisProcess;
+  return platform::ReadProfileString(Path(), kFolderSection, std::to_string(folder), "", kCapacity,
+                                     writer);
 }
 
-bool CMSMasterFile::SaveExtraFolderData(std::uint32_t folder, const std::string& value) {
-  if (m_readOnly || Owner().HasFailed()) return false;
-  return Write(kFolderSection, std::to_string(folder), value.c_str());
+bool CMSMasterFile::SaveExtraFolderData(std::uint32_t folder, std::string value) {
+  return Keep(folder, std::move(value));
 }
 
 bool CMSMasterFile::DropExtraFolderData(std::uint32_t folder) {
-  if (m_readOnly || Owner().HasFailed()) return false;
-  return Write(kFolderSection, std::to_string(folder), nullptr);
+  return Keep(folder, std::nullopt);
 }
 
-CKitString CMSMasterFile::GetCustomData(const char* section, const char* key) const {
+bool CMSMasterFile::Keep(std::uint32_t folder, std::optional<std::string> entry) {
+  if (m_readOnly) return false;
+  m_waiting.insert_or_assign(folder, std::move(entry));
+  return true;
+}
+
+CKitString CMSMasterFile::GetCustomData(const char* section, const char* key) {
   if (!IsName(section) || !IsName(key)) return {};
+  // Should that fail, what is in the file is what there is to read.
+  if (IsFolderSection(section)) static_cast<void>(SaveEntries());
   return platform::ReadProfileString(Path(), section, key, "", kCapacity);
 }
 
 bool CMSMasterFile::WriteCustomData(const char* section, const char* key, const char* value) {
   const char* text = value != nullptr ? value : "";
   if (!IsName(section) || !IsName(key) || !CanBeRead(key) || HoldsLineBreak(text)) return false;
-  return Write(section, key, text) && Flush();
+  if (IsFolderSection(section) && !SaveEntries()) return false;
+  return Write(section, {{key, text}}) && Flush();
 }
 
 // A sync that failed must not pass for one that succeeds later.
@@ -117,8 +158,8 @@ bool CMSMasterFile::Flush() {
   return false;
 }
 
-bool CMSMasterFile::Write(const char* section, const std::string& key, const char* value) {
-  if (!platform::WriteProfileString(Path(), section, key.c_str(), value)) return false;
+bool CMSMasterFile::Write(const char* section, const std::vector<platform::ProfileKey>& keys) {
+  if (!platform::WriteProfileKeys(Path(), section, keys)) return false;
   Flushed(Kind::Derived, [this] { return Sync(); });
   return true;
 }

@@ -2,14 +2,20 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "Durability.h"
 #include "kit/KitString.h"
+#include "platform/Profile.h"
 
 // Reads never fail: what is not there reads as its default. Not locked: the store calls it under
 // its own lock.
+//
+// Entries of the counter cache are kept here, and count, until SaveCounters has written them: one
+// that cannot be written is as good as one that can, as long as the store is open.
 class CMSMasterFile : public CMSSyncTarget {
  public:
   struct Counters {
@@ -22,18 +28,20 @@ class CMSMasterFile : public CMSSyncTarget {
   // XKitFile when the file is there and cannot be read: it would pass for an empty one.
   void CheckReadable() const;
   Counters ReadCounters() const;
-  // Answers whether the write succeeded, as do the others below.
+  // Writes these, and then all entries that wait. Answers whether that succeeded, as do the others
+  // below.
   bool SaveCounters(const Counters& counters);
   bool SetState(const char* state);
 
   // The counter cache of one folder; "" when there is none.
   std::string ReadExtraFolderData(std::uint32_t folder) const;
   // Refused (false) on a read-only store.
-  bool SaveExtraFolderData(std::uint32_t folder, const std::string& value);
+  bool SaveExtraFolderData(std::uint32_t folder, std::string value);
   bool DropExtraFolderData(std::uint32_t folder);
 
-  // See CMSMessageStore; custom data has reached the medium when the write returns true.
-  CKitString GetCustomData(const char* section, const char* key) const;
+  // See CMSMessageStore; custom data has reached the medium when the write returns true. The
+  // counter cache is in the file when this has read it, and before it is changed so.
+  CKitString GetCustomData(const char* section, const char* key);
   bool WriteCustomData(const char* section, const char* key, const char* value);
 
   // The path is made afresh for each use; no handle to the file is kept.
@@ -41,11 +49,15 @@ class CMSMasterFile : public CMSSyncTarget {
 
  private:
   bool Flush();
-  bool Write(const char* section, const std::string& key, const char* value);
+  bool Write(const char* section, const std::vector<platform::ProfileKey>& keys);
+  bool SaveNumbers(const Counters& counters);
+  bool SaveEntries();
+  bool Keep(std::uint32_t folder, std::optional<std::string> entry);
   platform::Status StartWriteOut() override;
   platform::Status Sync() override;
 
   const std::string m_directory;
   const bool m_readOnly;
   std::optional<Counters> m_saved;  // by the last SaveCounters, if it succeeded
+  std::map<std::uint32_t, std::optional<std::string>> m_waiting;  // no text: to be removed
 };

@@ -19,6 +19,8 @@ std::atomic<long> g_nextSerialNumber{1};
 
 constexpr std::uint32_t kRootID = 1;
 constexpr char kActive[] = "Active";
+// Entries of the counter cache that a crash may cost a client that has only asked for them.
+constexpr unsigned kMostAskedFor = 256;
 
 template <class T>
 std::uint32_t HighestKey(CMSObjectDB<T>& database) {
@@ -227,7 +229,7 @@ void CMSMessageStoreImp::Close() {
   if (!saved && !m_readOnly)
     LogEvent(severity::Error, ("cannot save the counters in '" + m_master.Path() + "'").c_str(),
              "ms\\Source\\MessageStoreImp", __LINE__);
-  const bool whole = saved && !m_wasCutShort && m_distrusted.empty();
+  const bool whole = saved && !m_wasCutShort;
   const bool safe = m_readOnly || (m_durability.PayAll() && whole);
   m_folders.reset();
   m_recipients.reset();
@@ -240,6 +242,7 @@ void CMSMessageStoreImp::Close() {
 
 bool CMSMessageStoreImp::SaveCounters() {
   m_countersDue = false;
+  m_askedFor = 0;
   return m_master.SaveCounters({m_lastID, m_size});
 }
 
@@ -280,7 +283,31 @@ void CMSMessageStoreImp::CountersChanged() {
 
 void CMSMessageStoreImp::SaveDueCounters() {
   const CSharedLocker guard(m_lock);
-  if (m_countersDue) SaveCounters();
+  if (!m_countersDue) return;
+  m_askedForMost = 1;
+  SaveCounters();
+}
+
+void CMSMessageStoreImp::SaveFolderCounters(std::uint32_t folder, std::string entry) {
+  const CSharedLocker guard(m_lock);
+  if (!m_master.SaveExtraFolderData(folder, std::move(entry))) return;
+  if (m_durability.IsWithin())
+    CountersChanged();
+  else
+    CountersAskedFor();
+}
+
+void CMSMessageStoreImp::DropFolderCounters(std::uint32_t folder) {
+  const CSharedLocker guard(m_lock);
+  if (m_master.DropExtraFolderData(folder)) CountersChanged();
+}
+
+// A new entry costs a new file. Who asks for one folder finds it there at once, and who goes over
+// thousands of them does not pay for a file each.
+void CMSMessageStoreImp::CountersAskedFor() {
+  if (++m_askedFor < m_askedForMost) return;
+  m_askedForMost = std::min(2 * m_askedForMost, kMostAskedFor);
+  SaveCounters();
 }
 
 unsigned long CMSMessageStoreImp::FullSize() const {

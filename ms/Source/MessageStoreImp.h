@@ -3,7 +3,6 @@
 
 #include <atomic>
 #include <memory>
-#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -100,11 +99,12 @@ class CMSMessageStoreImp : public CKitReference {
   // Adds to the size counter, which is written likewise.
   void OnAttachmentSizeChanged(long difference);
   unsigned long FullSize() const;
+  // The folder's entry in the counter cache. What a change makes of it is written as the outermost
+  // change ends; what was merely asked for may wait for others.
+  void SaveFolderCounters(std::uint32_t folder, std::string entry);
+  void DropFolderCounters(std::uint32_t folder);
   // Writes the counters if they have changed since they were written last.
   void SaveDueCounters();
-
-  // Folders whose entry in the counter cache is out of date because it could not be written.
-  std::set<std::uint32_t>& Distrusted() { return m_distrusted; }
 
   // Closing leaves the store as one that was cut off, for the next check to look at.
   void Distrust() { m_wasCutShort = true; }
@@ -134,6 +134,7 @@ class CMSMessageStoreImp : public CKitReference {
   void MakeDirectory();
   void ReadCounters();
   void CountersChanged();
+  void CountersAskedFor();
   bool SaveCounters();
   void CheckWritable() const;
   template <class Body>
@@ -155,8 +156,9 @@ class CMSMessageStoreImp : public CKitReference {
   std::uint32_t m_lastID = 1;
   std::uint32_t m_size = 0;
   bool m_countersDue = false;
+  unsigned m_askedFor = 0;      // folders whose entry was made outside of changes since then
+  unsigned m_askedForMost = 1;  // and how many there may be before they are written
   std::atomic<bool> m_wasCutShort{false};  // a change got half way
-  std::set<std::uint32_t> m_distrusted;    // folders whose cached counters could not be kept up
   CMSListenerRegistry m_listeners;
   CMSDurability m_durability;
   CMSMasterFile m_master;

@@ -1,7 +1,7 @@
 // Private-profile files over Files(): what ProfileText describes, brought to the disk safely.
 #include "platform/Profile.h"
 
-#include <cstring>
+#include <algorithm>
 #include <functional>
 #include <mutex>
 #include <string_view>
@@ -15,7 +15,8 @@ namespace {
 
 using posix::CachedProfile;
 using Edit = ProfileText::Edit;
-using EditMaker = std::function<std::optional<Edit>(const ProfileText&)>;
+using Edits = ProfileText::Edits;
+using EditMaker = std::function<Edits(const ProfileText&)>;
 
 // What a medium writes whole or not at all, even when the power fails.
 constexpr std::size_t kSector = 512;
@@ -56,43 +57,46 @@ bool ReplaceWhole(CachedProfile& entry, std::string text) {
 
 // Narrows an edit that moves nothing to the characters that differ. False when they span two
 // sectors.
-bool FitsOneSector(const ProfileText& text, const Edit& edit, std::size_t& first,
-                   std::size_t& length) {
+bool FitsOneSector(const ProfileText& text, Edit& edit) {
   if (!edit.inPlace) return false;
   const std::string_view old = std::string_view(text.Text()).substr(edit.offset, edit.length);
   std::size_t begin = 0, end = old.size();
   while (begin < end && old[begin] == edit.text[begin]) ++begin;
   while (end > begin && old[end - 1] == edit.text[end - 1]) --end;
-  first = begin;
-  length = end - begin;
-  return length > 0 && (edit.offset + begin) / kSector == (edit.offset + end - 1) / kSector;
+  edit.text = edit.text.substr(begin, end - begin);
+  edit.offset += begin;
+  edit.length = end - begin;
+  return edit.length > 0 && edit.offset / kSector == (edit.offset + edit.length - 1) / kSector;
 }
 
-// A write that failed half-way is taken back, or, when even that fails, a whole copy of the old
-// text put in place.
-bool WriteInPlace(CachedProfile& entry, File& file, const Edit& edit, std::size_t first,
-                  std::size_t length) {
-  const std::size_t offset = edit.offset + first;
-  if (WriteAll(file, offset, std::string_view(edit.text).substr(first, length))) {
-    entry.text.Apply(edit);
-    Cache().Remember(entry, file);
+// A write that failed half-way is taken back, or, when even that fails, a whole copy of the text as
+// it was before put in place.
+bool WriteInPlace(CachedProfile& entry, File& file, const Edit& edit) {
+  if (WriteAll(file, edit.offset, edit.text)) {
+    entry.text.ApplyInPlace(edit);
     return true;
   }
-  const std::string_view old = std::string_view(entry.text.Text()).substr(offset, length);
-  if (!WriteAll(file, offset, old)) ReplaceWhole(entry, entry.text.Text());
-  entry.settled = false;
+  const std::string_view old = std::string_view(entry.text.Text()).substr(edit.offset, edit.length);
+  if (!WriteAll(file, edit.offset, old)) ReplaceWhole(entry, entry.text.Text());
   return false;
+}
+
+bool WriteAllInPlace(CachedProfile& entry, File& file, const Edits& edits) {
+  entry.stamp = {};  // of no file, so that what remains of a failure is read again
+  for (const Edit& edit : edits) {
+    if (!WriteInPlace(entry, file, edit)) return false;
+  }
+  Cache().Remember(entry, file);
+  return true;
 }
 
 bool ChangeLocked(CachedProfile& entry, File& file, const EditMaker& make) {
   if (!Cache().Refresh(entry, file)) return false;
-  const std::optional<Edit> edit = make(entry.text);
-  if (!edit) return true;
-  std::size_t first = 0, length = 0;
-  if (FitsOneSector(entry.text, *edit, first, length)) {
-    return WriteInPlace(entry, file, *edit, first, length);
-  }
-  return ReplaceWhole(entry, entry.text.Applied(*edit));
+  Edits edits = make(entry.text);
+  if (edits.empty()) return true;
+  const auto fits = [&entry](Edit& edit) { return FitsOneSector(entry.text, edit); };
+  if (std::all_of(edits.begin(), edits.end(), fits)) return WriteAllInPlace(entry, file, edits);
+  return ReplaceWhole(entry, entry.text.Applied(edits));
 }
 
 // Whether the path still leads to the open file; another process may have replaced it while this
@@ -125,7 +129,7 @@ bool Exists(const std::string& path) {
 bool Change(const std::string& path, const EditMaker& make) {
   const std::lock_guard guard(g_mutex);
   // Removing something from a file that is not there does not make one.
-  if (!Exists(path) && !make(ProfileText())) return true;
+  if (!Exists(path) && make(ProfileText()).empty()) return true;
   for (int attempt = 0; attempt < kUpdateAttempts; ++attempt) {
     std::unique_ptr<File> file;
     bool made = false, isCurrent = false;
@@ -143,9 +147,9 @@ bool Change(const std::string& path, const EditMaker& make) {
 }
 
 std::optional<std::string> Read(const std::string& path, const std::string& section,
-                                const std::string& key) {
+                                const std::string& key, ProfileWriter writer) {
   const std::lock_guard guard(g_mutex);
-  const CachedProfile* entry = Cache().ForReading(path);
+  const CachedProfile* entry = Cache().ForReading(path, writer);
   if (entry == nullptr) return std::nullopt;
   return entry->text.Find(section, key);
 }
@@ -180,26 +184,31 @@ std::string ParentOf(const std::string& path) {
 
 std::string ReadProfileString(const std::string& path, const std::string& section,
                               const std::string& key, const std::string& fallback,
-                              std::size_t capacity) {
-  std::optional<std::string> value = Read(path, section, key);
+                              std::size_t capacity, ProfileWriter writer) {
+  std::optional<std::string> value = Read(path, section, key, writer);
   if (!value) value = fallback.substr(0, fallback.find_last_not_of(' ') + 1);
   return value->substr(0, capacity == 0 ? 0 : capacity - 1);
 }
 
 int ReadProfileInt(const std::string& path, const std::string& section, const std::string& key,
                    int fallback) {
-  const std::optional<std::string> value = Read(path, section, key);
+  const std::optional<std::string> value = Read(path, section, key, ProfileWriter::Anyone);
   return value ? LeadingNumber(*value) : fallback;
 }
 
 bool WriteProfileString(const std::string& path, const char* section, const char* key,
                         const char* value) {
   if (section == nullptr) return false;
-  return Change(path, [=](const ProfileText& text) {
-    if (key == nullptr) return text.RemoveSection(section);
-    if (value == nullptr) return text.RemoveKey(section, key);
-    return text.Set(section, key, value);
-  });
+  if (key == nullptr)
+    return Change(path, [=](const ProfileText& text) { return text.RemoveSection(section); });
+  ProfileKey changed{key, {}};
+  if (value != nullptr) changed.value = value;
+  return WriteProfileKeys(path, section, {changed});
+}
+
+bool WriteProfileKeys(const std::string& path, const std::string& section,
+                      const std::vector<ProfileKey>& keys) {
+  return Change(path, [&](const ProfileText& text) { return text.SetKeys(section, keys); });
 }
 
 bool WriteProfileSection(const std::string& path, const char* section, const char* lines) {

@@ -76,7 +76,7 @@ void ProfileCache::Forget(const std::string& path) {
   m_entries.remove_if([&](const CachedProfile& e) { return e.path == path; });
 }
 
-CachedProfile* ProfileCache::ForReading(const std::string& path) {
+CachedProfile* ProfileCache::ForReading(const std::string& path, ProfileWriter writer) {
   FileInfo info;
   std::unique_ptr<File> file;
   if (!Files().GetInfo(path, info).Ok() || info.kind == FileKind::None) {
@@ -84,7 +84,8 @@ CachedProfile* ProfileCache::ForReading(const std::string& path) {
     return nullptr;
   }
   CachedProfile& entry = At(path);
-  if (entry.settled && entry.stamp == info.stamp) return &entry;
+  const bool trusted = entry.settled || writer == ProfileWriter::ThisProcess;
+  if (trusted && entry.stamp == info.stamp) return &entry;
   if (Files().Open(path, {}, file).Ok() && ReadWhole(entry, *file)) return &entry;
   Forget(path);
   return nullptr;

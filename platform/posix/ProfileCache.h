@@ -2,7 +2,9 @@
 //
 // A kept text is trusted while the file's stamp is the one it was read under, and only once that
 // stamp lies some time back: the system's file times tick slowly, and two changes within one tick
-// leave the same stamp. Until then the bytes are read again and compared.
+// leave the same stamp. Until then the bytes are read again and compared. A section that nobody
+// else writes needs no such proof: every change that this process makes is in the kept text, and
+// what others change without a new stamp keeps all lines where they are and is not in that section.
 //
 // Not locked: the one user (Profile.cpp) holds its mutex around every call and around the use of
 // what it got.
@@ -30,7 +32,7 @@ class ProfileCache {
   void Forget(const std::string& path);
 
   // Brings the entry up to date for a reader; null when the file is missing or cannot be read.
-  CachedProfile* ForReading(const std::string& path);
+  CachedProfile* ForReading(const std::string& path, ProfileWriter writer);
   // Brings the entry up to date from the open file, whose update lock the caller holds.
   bool Refresh(CachedProfile& entry, File& locked);
   // Notes that the entry's text is what the file holds, whose update lock the caller holds.

@@ -6,6 +6,7 @@
 // mean in that code page. Bytes that mean nothing in it could not be read back: they are refused.
 #include "platform/Profile.h"
 
+#include <algorithm>
 #include <optional>
 #include <string_view>
 #include <vector>
@@ -71,7 +72,7 @@ std::string_view AllLines(const char* lines) {
 
 std::string ReadProfileString(const std::string& path, const std::string& section,
                               const std::string& key, const std::string& fallback,
-                              std::size_t capacity) {
+                              std::size_t capacity, ProfileWriter /*writer*/) {
   if (capacity == 0) return {};
   std::vector<wchar_t> buffer(capacity);
   const DWORD length = ::GetPrivateProfileStringW(
@@ -96,6 +97,15 @@ bool WriteProfileString(const std::string& path, const char* section, const char
     return ::WritePrivateProfileStringW(in.OrNull(), name.OrNull(), text.OrNull(), file.c_str());
   };
   return win32::WithPatience(file, file, write).Ok();
+}
+
+// The system has no call for several of them.
+bool WriteProfileKeys(const std::string& path, const std::string& section,
+                      const std::vector<ProfileKey>& keys) {
+  return std::all_of(keys.begin(), keys.end(), [&](const ProfileKey& key) {
+    return WriteProfileString(path, section.c_str(), key.name.c_str(),
+                              key.value ? key.value->c_str() : nullptr);
+  });
 }
 
 bool WriteProfileSection(const std::string& path, const char* section, const char* lines) {
