@@ -190,6 +190,14 @@ TEST_F(Folders, Counters_follow_every_change_and_heal_from_any_bad_entry) {
     EXPECT_EQ(a.GetUnreadDocumentCount(), 1) << bad;
     EXPECT_EQ(Cache("2"), "1,0");
   }
+  write("3", "7,7");
+  const unsigned long letters[] = {marked.ID(), unread.ID()};
+  marked = unread = sent = {};
+  Reopen([&] { platform::WriteProfileString(dir / "ms3.db", "Maintenance", "State", "Active"); });
+  EXPECT_EQ(Cache("2") + Cache("3"), "");  // what was cut off may have counted wrong
+  EXPECT_EQ(b.GetUnreadDocumentCount(), 1);
+  marked = store.GetDocument(letters[0]), unread = store.GetDocument(letters[1]);
+  EXPECT_EQ(a.GetUnreadDocumentCount(), 1);
   write("2", "0,0");
   a.DeleteDocument(unread);
   EXPECT_EQ(Cache("2"), "-1,0");

@@ -113,6 +113,11 @@ bool CMSMasterFile::SetState(const char* state) {
   return Flush();
 }
 
+std::string CMSMasterFile::ReadState() const {
+  return platform::ReadProfileString(Path(), MSF::szMaintenanceSection, MSF::szClosedStateKey, "",
+                                     kCapacity);
+}
+
 std::string CMSMasterFile::ReadExtraFolderData(std::uint32_t folder) const {
   if (const auto found = m_waiting.find(folder); found != m_waiting.end())
     return found->second.value_or("");
@@ -129,6 +134,13 @@ bool CMSMasterFile::SaveExtraFolderData(std::uint32_t folder, std::string value)
 
 bool CMSMasterFile::DropExtraFolderData(std::uint32_t folder) {
   return Keep(folder, std::nullopt);
+}
+
+bool CMSMasterFile::DropAllExtraFolderData() {
+  m_waiting.clear();
+  if (!platform::WriteProfileSection(Path(), kFolderSection, "")) return false;
+  Flushed(Kind::Derived, [this] { return Sync(); });
+  return true;
 }
 
 bool CMSMasterFile::Keep(std::uint32_t folder, std::optional<std::string> entry) {

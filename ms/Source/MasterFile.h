@@ -32,12 +32,15 @@ class CMSMasterFile : public CMSSyncTarget {
   // below.
   bool SaveCounters(const Counters& counters);
   bool SetState(const char* state);
+  // "" when there is none.
+  std::string ReadState() const;
 
   // The counter cache of one folder; "" when there is none.
   std::string ReadExtraFolderData(std::uint32_t folder) const;
   // Refused (false) on a read-only store.
   bool SaveExtraFolderData(std::uint32_t folder, std::string value);
   bool DropExtraFolderData(std::uint32_t folder);
+  bool DropAllExtraFolderData();
 
   // See CMSMessageStore; custom data has reached the medium when the write returns true. The
   // counter cache is in the file when this has read it, and before it is changed so.

@@ -106,6 +106,7 @@ void CMSMessageStoreImp::Open(const OpenArguments& arguments) {
 
 void CMSMessageStoreImp::OpenFiles(bool isNew) {
   if (!isNew) m_master.CheckReadable();
+  const bool wasCutOff = !isNew && !m_readOnly && m_master.ReadState() == kActive;
   // There is nothing to read in a directory without a store: no trace of the attempt stays behind.
   if (!isNew || !m_readOnly) MarkActive();
   OpenDatabases();
@@ -114,6 +115,8 @@ void CMSMessageStoreImp::OpenFiles(bool isNew) {
                          "cannot open '" + m_directory + "': the store is being repaired", true);
   // Whoever held the files until now may have written its last values meanwhile.
   if (!isNew || !m_readOnly) MarkActive();
+  // Nobody holds it any more, so it was not closed, and what it counted last need not be there.
+  if (wasCutOff && !m_master.DropAllExtraFolderData()) CannotWriteMaster("the counts of folders");
   ReadCounters();
   if (!m_readOnly) DropPacketsWithoutRecipient();
   RaiseLastID();
@@ -124,9 +127,12 @@ void CMSMessageStoreImp::OpenFiles(bool isNew) {
 // A writer that could not be seen to be active would pass for one that closed, should it be cut
 // off.
 void CMSMessageStoreImp::MarkActive() {
-  if (m_master.SetState(kActive) || m_readOnly) return;
+  if (!m_master.SetState(kActive) && !m_readOnly) CannotWriteMaster("the state of the store");
+}
+
+void CMSMessageStoreImp::CannotWriteMaster(const std::string& what) const {
   throw XKitFile(XKitFile::Cause::Other, 0, m_master.Path(),
-                 "cannot write the state of the store to '" + m_master.Path() + "'");
+                 "cannot write " + what + " to '" + m_master.Path() + "'");
 }
 
 // Whether there is nothing in the store but, perhaps, its root. Databases that are not open count

@@ -122,6 +122,7 @@ class CMSMessageStoreImp : public CKitReference {
   void Open(const OpenArguments& arguments);
   void OpenFiles(bool isNew);
   void MarkActive();
+  [[noreturn]] void CannotWriteMaster(const std::string& what) const;
   bool IsBlank() const;
   bool TakeFirstFile(std::unique_ptr<platform::File>& file) const;
   void DropNewFiles();
