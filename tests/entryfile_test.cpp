@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <map>
+#include <thread>
 #include <vector>
 
 #include "ms/Source/Index.h"
@@ -114,6 +115,44 @@ TEST(Index, A_failed_write_leaves_file_and_index_as_they_were_or_ends_all_change
   files.Heal();
   EXPECT_EQ(CodeOf([&] { index.Add(6, 6); }), 19);
   EXPECT_EQ(engine.Reports(), " Index k.idx could not be restored\n");
+}
+
+TEST(Index, Entries_of_a_batch_wait_in_ready_slots_until_it_ends) {
+  Engine engine;
+  FaultyFiles files;
+  const LogSink log;
+  const std::string path = engine.dir / "k.idx";
+  const std::string ready = '\xFF' + std::string(8, 0);
+  CMSIndex index(engine.Context(), engine.dir.Path(), "k");
+  const auto bytes = [&] { return ReadBytes(path).substr(16); };
+  const auto times = [](std::size_t count, const std::string& entry) {
+    std::string all;
+    while (count-- > 0) all += entry;
+    return all;
+  };
+  std::string entries = IndexEntry(0, 1, 10);
+  index.Add(1, 10);
+  engine.durability.BeginBatch();
+  index.Add(2, 20), index.Add(3, 30);
+  EXPECT_EQ(bytes(), entries + times(64, ready));
+  EXPECT_EQ(index.Find(3), 30u);
+  std::thread([&] { index.Add(4, 40); }).join();  // no batch of its own
+  entries += IndexEntry(0, 2, 20) + IndexEntry(0, 3, 30) + IndexEntry(0, 4, 40);
+  EXPECT_EQ(bytes(), entries + times(61, ready));
+  for (std::uint32_t key = 5; key <= 65; ++key) index.Add(key, 1);
+  files.Fail({.calls = call::kWrite, .cause = platform::Cause::NoSpace, .written = 5});
+  EXPECT_THROW(index.Add(66, 1), XKitFile);  // no room for more slots
+  files.Heal();
+  EXPECT_FALSE(index.Find(66));
+  for (std::uint32_t key = 5; key <= 65; ++key) entries += IndexEntry(0, key, 1);
+  index.Remove(2);
+  entries[9] = '\xFF';
+  EXPECT_EQ(bytes(), entries);
+  index.Add(66, 1), index.Add(67, 1);
+  engine.durability.Commit();
+  entries.replace(9, 9, IndexEntry(0, 66, 1));
+  EXPECT_EQ(bytes(), entries + IndexEntry(0, 67, 1));
+  index.CheckInvariants();
 }
 
 TEST(Relations, Compaction_packs_live_links_in_order_and_a_walk_goes_on_through_it) {

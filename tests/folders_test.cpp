@@ -291,6 +291,45 @@ TEST_F(Folders, Ends_of_a_link_that_disagree_are_reported_and_never_deleted) {
   EXPECT_TRUE(Reported("IsEmpty" + number + "subobjects"));
 }
 
+// Over more than one of its steps, with what a walk over handles finds.
+TEST_F(Folders, A_list_shows_what_a_walk_does_and_lets_letters_be_changed_meanwhile) {
+  const auto set = [](const std::string& subject) { return subject.empty() ? "none" : subject; };
+  for (std::size_t i = 0; i < 150; ++i) {
+    CMSDocument letter = NewLetter(i % 3 == 2 ? b : a, static_cast<long>(i) << 16);
+    letter.Name(std::string(i % 2 == 0 ? i : 200 + i, static_cast<char>('a' + i % 26)).c_str());
+    letter.CreationData("07.03.2024 09:31");
+  }
+  const auto listed = [&] {
+    std::vector<std::string> lines;
+    a.ForEachSummary([&](const CMSDocumentSummary& letter) {
+      lines.push_back(KitFormat("%lu %ld %lu ", letter.ID, letter.Flag, letter.CreationTime) +
+                      set(std::string(letter.Subject)));
+      store.GetDocument(letter.ID).RegNum(1);
+    });
+    return lines;
+  };
+  const auto walked = [&] {
+    std::vector<std::string> lines;
+    CMSDocument letter;
+    for (auto place = a.GetFirstDocumentPosition(); a.GetNextDocument(letter, place);)
+      lines.push_back(KitFormat("%lu %ld %lu ", letter.ID(), letter.Flag(), letter.CreationTime()) +
+                      set(letter.Name().str()));
+    return lines;
+  };
+  EXPECT_EQ(listed().size(), 100u);
+  EXPECT_EQ(listed(), walked());
+  EXPECT_FALSE(CKitFile::Exists(dir / "fixme.dat"));
+  Reopen([&] {
+    std::string records = ReadBytes(dir / "docs3.db"), keys = ReadBytes(dir / "docs3.idx");
+    records[48 + 12] = 99;      // the first letter names another parent
+    keys[16 + 9 * 3] = '\xFF';  // the fourth has no record
+    WriteBytes(dir / "docs3.db", records), WriteBytes(dir / "docs3.idx", keys);
+  });
+  EXPECT_EQ(listed().size(), 99u);
+  EXPECT_TRUE(Reported("GetNextDocument detected mismatch in parent-child IDs"));
+  EXPECT_EQ(listed(), walked());
+}
+
 TEST_F(Folders, Parents_in_a_circle_end_paths_moves_and_deletions) {
   b.Move(a);
   Reopen([&] { Patch(2, offsetof(CMSFolderData, ParentID), 3); });

@@ -5,6 +5,8 @@
 #include <filesystem>
 #include <functional>
 #include <optional>
+#include <thread>
+#include <vector>
 
 #include "ms/Source/ObjectAccess.h"
 #include "ms/Source/RecordFile.h"
@@ -228,6 +230,28 @@ TEST_F(Store, Handles_compare_by_object_and_turn_stale_together) {
   EXPECT_EQ(CodeOf([&] { root.DeleteDocument(b); }), 6);
   EXPECT_EQ(CodeOf([] { (void)CMSFolder().Name(); }), 6);
   EXPECT_EQ(CodeOf([] { CMSDocument().Name("x"); }), 6);
+}
+
+// Whoever comes last closes it, whatever it holds: not earlier, and not twice.
+TEST_F(Store, The_last_of_many_threads_to_let_a_handle_go_closes_the_store) {
+  for (int round = 0; round < 40; ++round) {
+    CMSMessageStore store = Open();
+    CMSDocument letter = Letter(store.Root());
+    std::vector<std::thread> threads;
+    for (int thread = 0; thread < 4; ++thread)
+      threads.emplace_back([thread, store = std::optional(store), letter = letter]() mutable {
+        const CMSFolder root = store->Root();
+        if (thread % 2 == 0) store.reset();
+        for (int i = 0; i < 50 * thread; ++i)
+          EXPECT_TRUE(letter.Parent() == root && letter.MS().GetDocument(letter.ID()) == letter);
+      });
+    store = {};
+    EXPECT_TRUE(letter.MS().IsValid());
+    for (std::thread& thread : threads) thread.join();
+    ASSERT_EQ(State(), "Active");
+    letter = {};
+    ASSERT_EQ(State(), "Closed");
+  }
 }
 
 TEST_F(Store, Packets_lead_to_the_first_recipient_in_the_right_direction) {
