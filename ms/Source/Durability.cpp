@@ -181,9 +181,10 @@ std::vector<std::function<void()>> CMSDurability::TakePutOff() {
   return std::exchange(m_putOff, {});
 }
 
-// After a sync that failed, what was put off stays undone for good.
+// After a sync that failed, what was put off stays undone for good. What it owes is paid at once:
+// nobody would hear of it later.
 void CMSDurability::RunPutOff(const std::vector<std::function<void()>>& putOff) {
-  if (HasFailed()) return;
+  if (HasFailed() || putOff.empty()) return;
   for (const auto& work : putOff) {
     try {
       work();
@@ -191,6 +192,7 @@ void CMSDurability::RunPutOff(const std::vector<std::function<void()>>& putOff) 
       LogEvent(severity::Error, error.what(), "ms\\Source\\Durability", 2);
     }
   }
+  SyncPending();
 }
 
 void CMSDurability::FileWritten(std::unique_ptr<platform::File> file, const std::string& path) {
