@@ -80,6 +80,10 @@ void CMSDurability::CheckHealthy() const {
   throw XKitStatus(kit::kStatusReadOnly, m_failure);
 }
 
+void CMSDurability::CheckMayWrite() const {
+  if (m_atOdds.load(std::memory_order_acquire) || !IsWithin()) CheckHealthy();
+}
+
 void CMSDurability::Begin() {
   Enter(this);
 }
@@ -238,13 +242,18 @@ void CMSDurability::Note(const std::string& file, const platform::Status& status
   if (status.Ok()) return;
   try {
     const std::string why = status.Code() != 0 ? ": " + status.Text() : "";
-    Refuse("cannot sync '" + file + "'" + why);
+    Fail("cannot sync '" + file + "'" + why);
   } catch (const std::bad_alloc&) {
-    Refuse({});
+    Fail({});
   }
 }
 
 void CMSDurability::Refuse(const std::string& reason) {
+  Fail(reason);
+  m_atOdds.store(true, std::memory_order_release);
+}
+
+void CMSDurability::Fail(const std::string& reason) {
   {
     const std::lock_guard guard(m_failureLock);
     if (HasFailed()) return;

@@ -222,7 +222,7 @@ void CMSMessageStoreImp::CheckWritable() const {
   if (m_readOnly)
     throw XKitStatus(kit::kStatusReadOnly,
                      "the store '" + m_directory + "' is open for reading only");
-  m_durability.CheckHealthy();
+  m_changes == 0 ? m_durability.CheckHealthy() : m_durability.CheckMayWrite();
 }
 
 std::uint32_t CMSMessageStoreImp::IssueID() {
@@ -282,6 +282,7 @@ CMSStoreChange::CMSStoreChange(CMSMessageStoreImp& store) : m_store(store) {
     m_store.m_lock.Unlock();
     throw;
   }
+  ++m_store.m_changes;
   m_changesBefore = m_store.m_durability.Changes();
 }
 
@@ -289,6 +290,7 @@ CMSStoreChange::CMSStoreChange(CMSMessageStoreImp& store) : m_store(store) {
 CMSStoreChange::~CMSStoreChange() {
   if (!m_open) return;
   if (m_store.m_durability.Changes() != m_changesBefore) m_store.m_wasCutShort = true;
+  --m_store.m_changes;
   m_store.m_durability.End();
   m_store.m_lock.Unlock();
 }
@@ -296,6 +298,7 @@ CMSStoreChange::~CMSStoreChange() {
 void CMSStoreChange::Commit() {
   if (m_store.m_durability.IsOutermost()) m_store.SaveDueCounters();
   m_open = false;
+  const bool isPart = --m_store.m_changes != 0;  // of a change that is to come to its end
   m_store.m_lock.Unlock();
-  m_store.m_durability.Commit();
+  isPart ? m_store.m_durability.End() : m_store.m_durability.Commit();
 }

@@ -147,6 +147,7 @@ class CMSMessageStoreImp : public CKitReference {
   std::uint32_t m_lastID = 1;
   std::uint32_t m_size = 0;
   bool m_countersDue = false;
+  unsigned m_changes = 0;                  // open ones, each within the one before
   std::atomic<bool> m_wasCutShort{false};  // a change got half way
   std::set<std::uint32_t> m_distrusted;    // folders whose cached counters could not be kept up
   CMSListenerRegistry m_listeners;
