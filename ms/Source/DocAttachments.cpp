@@ -8,6 +8,7 @@
 
 #include "AttachmentFiles.h"
 #include "FieldSetters.h"
+#include "Rollback.h"
 #include "kit/KitFile.h"
 #include "kit/KitFolder.h"
 #include "kit/LogDispatcher.h"
@@ -76,7 +77,7 @@ class CMSDocument::CPlacedFile {
   }
   const std::string& Path() const { return m_path; }
   std::string Stored() const { return attachmentfiles::ToStored(m_store.Directory(), m_path); }
-  void Keep() { m_kept = true; }
+  void Keep(bool keep = true) { m_kept = keep; }
   // From here on there may be a record of it.
   void Named() { m_named = true; }
 
@@ -125,13 +126,19 @@ CMSAttachment CMSDocument::LinkAttachment(Record& data, CPlacedFile& place) {
   return store.Change([&] {
     RequireAlive(*this);
     data.DocID = static_cast<std::uint32_t>(ID());
+    const auto before = Access::Read(*this, [](const CMSDocumentData& record) { return record; });
     place.Named();
     CMSAttachment attachment = store.CreateAttachment(data);
     if (!attachment) return attachment;
     place.Keep();
+    Rollback undo([&] {
+      Access::Write(*this, [&](CMSDocumentData& record) { record = before; });
+      place.Keep(!store.RemoveAttachment(attachment));
+    });
     IncAttachmentCount();
     OnAttachmentFlagChanged(attachment, 0);
     OnAttachmentSizeChanged(attachment, data.Size);
+    undo.Disarm();
     return attachment;
   });
 }
