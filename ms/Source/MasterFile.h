@@ -40,7 +40,8 @@ class CMSMasterFile : public CMSSyncTarget {
   std::string Path() const;
 
  private:
-  bool Flush();
+  // Whether it is on the medium, too.
+  bool WriteThrough(const char* section, const char* key, const char* value);
   bool Write(const char* section, const std::string& key, const char* value);
   platform::Status StartWriteOut() override;
   platform::Status Sync() override;
