@@ -191,7 +191,8 @@ void CMSMessageStoreImp::RaiseLastID() {
 
 void CMSMessageStoreImp::CreateRoot() {
   Change([&] {
-    if (!GetFolder(kRootID)) CreateFolder(kRootID, 0, "Root", "", 0);
+    if (!GetFolder(kRootID) && !CreateFolder(kRootID, 0, "Root", "", 0))
+      m_folders->File().ThrowRefusal();
   });
 }
 
