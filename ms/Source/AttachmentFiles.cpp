@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "Durability.h"
+#include "Rollback.h"
 #include "StoreFiles.h"
 #include "kit/KitErrors.h"
 #include "kit/KitFile.h"
@@ -196,12 +197,16 @@ std::string Canonical(const std::string& storeDirectory, const std::string& stor
   return name;
 }
 
-std::string MakeDirectory(const std::string& storeDirectory, CMSDurability& durability) {
-  std::string path;
+std::string MakePlace(const std::string& storeDirectory, const std::string& name,
+                      CMSDurability& durability) {
+  std::string directory, path;
   do {
-    path = CKitFolder::UniqueDirectoryName(storeDirectory);
-  } while (!CKitFolder::MakeFolder(path));
+    directory = CKitFolder::UniqueDirectoryName(storeDirectory);
+    path = CKitFile::Join(directory, name);
+  } while (!CKitFolder::MakeFolder(directory));
+  Rollback undo([&] { CKitFolder::RemoveFolder(directory); });
   durability.DirectoryChanged(storeDirectory);
+  undo.Disarm();
   return path;
 }
 

@@ -27,8 +27,9 @@ Place PlaceOf(const std::string& storeDirectory, const std::string& stored);
 // Of a name that leads inside: relative to the store, with "\" between components.
 std::string Canonical(const std::string& storeDirectory, const std::string& stored);
 
-// Makes a directory of its own for one file; answers its path.
-std::string MakeDirectory(const std::string& storeDirectory, CMSDurability& durability);
+// Makes a directory of its own for one file of that name; answers the path that it will have.
+std::string MakePlace(const std::string& storeDirectory, const std::string& name,
+                      CMSDurability& durability);
 
 struct SourceInfo {
   std::int32_t attributes = 0;

@@ -63,7 +63,7 @@ void RemoveSource(CMSMessageStoreImp& store, const std::string& source, long fla
 class CMSDocument::CPlacedFile {
  public:
   CPlacedFile(CMSMessageStoreImp& store, const std::string& name, bool withFile)
-      : m_store(store), m_path(CKitFile::Join(Directory(store, withFile), name)) {}
+      : m_store(store), m_path(Place(store, name, withFile)) {}
   CPlacedFile(const CPlacedFile&) = delete;
   CPlacedFile& operator=(const CPlacedFile&) = delete;
   ~CPlacedFile() {
@@ -82,9 +82,9 @@ class CMSDocument::CPlacedFile {
   void Named() { m_named = true; }
 
  private:
-  static std::string Directory(CMSMessageStoreImp& store, bool withFile) {
-    return withFile ? attachmentfiles::MakeDirectory(store.Directory(), store.Durability())
-                    : CKitFolder::UniqueDirectoryName(store.Directory());
+  static std::string Place(CMSMessageStoreImp& store, const std::string& name, bool withFile) {
+    return withFile ? attachmentfiles::MakePlace(store.Directory(), name, store.Durability())
+                    : CKitFile::Join(CKitFolder::UniqueDirectoryName(store.Directory()), name);
   }
 
   CMSMessageStoreImp& m_store;
