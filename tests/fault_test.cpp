@@ -12,6 +12,7 @@
 #include <cstdlib>
 
 #include "ms/Source/Archiver.h"
+#include "ms/Source/StoreOf.h"
 #include "support/FaultTry.h"
 
 namespace {
@@ -134,6 +135,20 @@ void GoOn(FaultTry& made, CMSMessageStore& store, unsigned long firstID) {
   });
 }
 
+// What a copy that was withdrawn could leave behind: letters that are not whole, links, sizes,
+// counters, files and directories.
+std::string TraceOf(const CMSMessageStore& store) {
+  CMSFolder target = store.Root().OpenFolder(CKitString("c"));
+  std::string trace =
+      KitFormat("%u letters, %u links, %lu bytes, %d in the folder, %d of them unread",
+                store.GetDocumentCount(), static_cast<unsigned>(StoreOf(target).Relations().Size()),
+                static_cast<unsigned long>(store.GetFullSize()), target.GetDocumentCount(),
+                target.GetUnreadDocumentCount());
+  for (const auto& [name, bytes] : ReadTree(store.GetMainFolder()))
+    if (name != "fixme.dat") trace += "\n" + name;  // a refusal is reported, and stays so
+  return trace;
+}
+
 Workload OperationOf(const Operation& operation, Level level) {
   return {std::string(NameOf(level)) + ", " + operation.name, TheBase().Content(),
           [&operation, level](FaultTry& made) {
@@ -143,12 +158,17 @@ Workload OperationOf(const Operation& operation, Level level) {
             CMSDocument letter = BaseStore::Find(folder.OpenFolder(CKitString("b")), "one");
             const std::string source = made / "source.txt";
             const unsigned long firstID = LastID(made / "store") + 1;
+            const bool isClone = &operation == &FindOperation("clone letter");
+            const std::string trace = isClone ? TraceOf(store) : "";
             made.Arm();
             const bool isDone = made.Attempt([&] {
               operation.run({store, source, [&] { made.Acknowledge(store); }});
             });
             EXPECT_FALSE(isDone && level != Level::Process && made.HasBrokenPromise());
             isDone ? made.Acknowledge(store) : made.Failed();
+            if (isClone && !isDone && !made.IsForGood() && !store.IsReadOnly()) {
+              EXPECT_EQ(TraceOf(store), trace);
+            }
             if (!made.IsUnharmed() && !made.IsForGood()) GoOn(made, store, firstID);
             made.Attempt([&] {
               store = {};
