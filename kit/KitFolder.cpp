@@ -19,19 +19,6 @@ std::uint64_t RandomStart() {
   return start % kNames;
 }
 
-// Starts anywhere, so that two processes seldom ask for the same names, then counts, so that one
-// never does.
-std::string NextName() {
-  static std::atomic<std::uint64_t> next{RandomStart()};
-  std::uint64_t number = next.fetch_add(1, std::memory_order_relaxed) % kNames;
-  std::string name(kNameLength, '0');
-  for (char& c : name) {
-    c = "0123456789abcdefghijklmnopqrstuvwxyz"[number % 36];
-    number /= 36;
-  }
-  return name;
-}
-
 }  // namespace
 
 CKitFolder::CKitFolder(const std::string& path) : m_path(CKitFile::NormalizeFileName(path)) {}
@@ -76,17 +63,23 @@ bool CKitFolder::RemoveFolder(const std::string& path) {
   return true;
 }
 
-std::string CKitFolder::UniqueDirectoryName(const std::string& parent) {
-  for (;;) {
-    std::string path = CKitFile::Join(parent, NextName());
-    if (CKitFile::Info(path).kind == platform::FileKind::None) return path;
+// Starts anywhere, so that two processes seldom ask for the same names, then counts, so that one
+// never does.
+std::string CKitFolder::NewName() {
+  static std::atomic<std::uint64_t> next{RandomStart()};
+  std::uint64_t number = next.fetch_add(1, std::memory_order_relaxed) % kNames;
+  std::string name(kNameLength, '0');
+  for (char& c : name) {
+    c = "0123456789abcdefghijklmnopqrstuvwxyz"[number % 36];
+    number /= 36;
   }
+  return name;
 }
 
-std::string CKitFolder::MakeUniqueFolder(const std::string& parent) {
+std::string CKitFolder::UniqueDirectoryName(const std::string& parent) {
   for (;;) {
-    std::string path = CKitFile::Join(parent, NextName());
-    if (MakeFolder(path)) return path;
+    std::string path = CKitFile::Join(parent, NewName());
+    if (CKitFile::Info(path).kind == platform::FileKind::None) return path;
   }
 }
 

@@ -25,8 +25,8 @@ class CKitFolder {
   // thread may take it first, so callers make it with MakeFolder and ask again when that answers
   // false.
   static std::string UniqueDirectoryName(const std::string& parent);
-  // Makes a folder of such a name; answers its path.
-  static std::string MakeUniqueFolder(const std::string& parent);
+  // Such a name alone, which most likely nothing has.
+  static std::string NewName();
 
  private:
   std::string m_path;

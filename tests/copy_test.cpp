@@ -321,60 +321,6 @@ TEST_F(Copies, Attachments_are_accepted_with_size_and_time_and_children_alone_ar
   EXPECT_EQ(target.Parent(), elsewhere);
 }
 
-// Every call to the system in turn fails once, on a full disk or a bad one. A link or packet name
-// that could not be written was taken back, but the store asks for a check.
-TEST_F(Copies, A_clone_that_fails_anywhere_leaves_nothing_and_the_next_one_works) {
-  constexpr std::uint32_t kCalls = call::kChanges | call::kOpen | call::kStat | call::kList |
-                                   call::kRead | call::kMap | call::kLock | call::kSpace;
-  const CMSDocument letter = Letter(Folder("a"), docflag::Complete);
-  const std::string image = ImageOf(letter);
-  unsigned failures = 0, refused = 0, unclean = 0;
-  for (const auto cause : {platform::Cause::NoSpace, platform::Cause::Io}) {
-    const bool full = cause == platform::Cause::NoSpace;
-    bool failed = true;
-    for (unsigned nth = 1; failed; ++nth) {
-      const std::string name = (full ? "full" : "bad") + std::to_string(nth);
-      SCOPED_TRACE(name);
-      FaultyFiles faulty;
-      CMSFolder to =
-          Folder(name, full ? CMSDurabilityLevel::Operation : CMSDurabilityLevel::Process);
-      CMSMessageStore store = to.MS();
-      std::string before = TraceOf(store), state = "Closed";
-      const unsigned callsBefore = faulty.Count(kCalls);
-      faulty.Fail({.calls = kCalls, .nth = nth, .cause = cause, .written = 3});
-      bool threw = true;
-      try {
-        EXPECT_EQ(ImageOf(letter.Clone(to, false)), image);
-        threw = false;
-      } catch (const CMSDocument::XCloneError&) {
-        ++refused;
-      } catch (const XKitMsg& error) {
-        ++failures;
-        const std::string text = error.what();
-        const auto names = [&](const char* file) { return text.find(file) != std::string::npos; };
-        if (names("rltns3") || names("packets3")) ++unclean, state = "Active";
-      }
-      failed = faulty.Count(kCalls) - callsBefore >= nth;
-      faulty.Heal();
-      if (threw) {
-        EXPECT_EQ(TraceOf(store), before);
-        CMSDocument again = letter.Clone(to, false);
-        EXPECT_EQ(ImageOf(again), image);
-        to.DeleteDocument(again);
-        EXPECT_EQ(TraceOf(store), before);
-      }
-      before = TraceOf(store);
-      to = {}, store = {};
-      EXPECT_EQ(State(name), state);
-      store = OpenStore(dir / name, true);
-      EXPECT_EQ(TraceOf(store), before);
-    }
-  }
-  EXPECT_GT(failures, 100u);
-  EXPECT_EQ(refused, 2u * 6);  // a record of each object
-  EXPECT_EQ(unclean, 2u * 7);  // a link of each, and the packet name
-}
-
 TEST_F(Copies, Others_may_read_while_files_are_being_copied) {
   FaultyFiles files;
   const CMSDocument letter = Letter(Folder("a"), docflag::Complete);

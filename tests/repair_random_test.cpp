@@ -6,14 +6,14 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <list>
 #include <random>
 
+#include "support/LetterBook.h"
 #include "support/LogSink.h"
 #include "support/OpenStore.h"
-#include "support/StoreChecker.h"
-#include "support/TempDir.h"
+#include "support/Tree.h"
 #include "support/Walk.h"
+#include "support/Workload.h"
 
 #include "ms/Source/MSFixer.h"
 #include "ms/Source/Roles.h"
@@ -22,13 +22,8 @@ namespace {
 
 namespace fs = std::filesystem;
 using namespace storecheck;
-using Files = std::map<std::string, Bytes>;  // those of the eleven that are there
+using crash::Files, crash::FromEnvironment, crash::LetterBook;
 using IDs = std::set<std::uint32_t>;
-
-unsigned FromEnvironment(const char* name, unsigned otherwise) {
-  const char* const text = std::getenv(name);
-  return text != nullptr ? static_cast<unsigned>(std::strtoul(text, nullptr, 10)) : otherwise;
-}
 
 class Random {
  public:
@@ -40,76 +35,22 @@ class Random {
     for (char& c : bytes) c = static_cast<char>(Any());
     return bytes;
   }
-  std::string Text(std::size_t longest) {
-    std::string text(Below(longest + 1), ' ');
-    for (char& c : text) c = static_cast<char>('a' + Below(26));
-    return text;
-  }
 
  private:
   std::mt19937 m_engine;
 };
 
-void Fill(CMSFolder folder, unsigned letters, const std::string& source, Random& random) {
-  for (; letters > 0; --letters) {
-    constexpr long kinds[] = {attachmentflag::Body, attachmentflag::Encrypted, 0};
-    const long flags = docflag::Complete | (random.Below(2) != 0 ? docflag::Incoming : 0);
-    CMSDocument letter =
-        folder.CreateDocument(random.Text(letters % 5 == 0 ? 200 : 40), random.Text(20), "", "",
-                              random.Text(13), random.Text(8), random.Text(50), random.Text(50),
-                              random.Text(50), flags, static_cast<long>(random.Below(1000)));
-    for (std::size_t n = random.Below(4); n > 0; --n) {
-      WriteBytes(source, random.Garbage(random.Below(300)));
-      letter.AddAttachment(source, false, random.Text(30), random.Text(30), kinds[n - 1]);
-    }
-    for (std::size_t n = random.Below(4); n > 0; --n)
-      letter.AddRecipient("", random.Text(14), "", "", "", "", random.Text(30), "", random.Text(30),
-                          "", "", "", "", "", static_cast<long>(random.Below(64)), 0);
-  }
-}
-
 // Folders within folders, and free slots between used ones.
 void MakeStore(const std::string& path, const std::string& source) {
-  Random random(4711);
   CMSMessageStore store = OpenStore(path);
-  CMSFolder folder = store.Root();
-  for (const auto& role : MSF::kFolderRoles) {
-    CMSFolder made = folder.CreateFolder(role.name, role.props, role.type);
-    Fill(made, 5, source, random);
+  for (const auto& role : MSF::kFolderRoles)
+    store.Root().CreateFolder(role.name, role.props, role.type);
+  for (const unsigned seed : {1U, 2U, 3U}) {
+    const CMSFolder top = store.Root().CreateFolder(std::to_string(seed), "", 0);
+    Workload work(store, seed, source, "", top);
+    for (unsigned n = 0; n < 300; ++n) work.Step();
+    work.Finish();
   }
-  for (const char* name : {"a", "b", "c", "d", "e"}) {
-    folder = folder.CreateFolder(name, name, 0);
-    Fill(folder, 5, source, random);
-    CMSFolder passing = folder.CreateFolder("passing", "", 0);
-    Fill(passing, 2, source, random);
-    CMSDocument letter;
-    auto place = folder.GetFirstDocumentPosition();
-    if (folder.GetNextDocument(letter, place)) folder.DeleteDocument(letter);
-    if (*name != 'e') folder.DeleteFolder(passing);
-  }
-}
-
-// All that the interface tells of a letter but IDs and its folder, with the files' bytes.
-std::string Describe(const CMSDocument& letter) {
-  std::ostringstream text;
-  const auto put = [&](const auto&... values) { ((text << values << '\n'), ...); };
-  put(letter.Name().str(), letter.RegNumber().str(), letter.LetterPath().str(),
-      letter.CreationTime(), letter.ObsoleteSenderNetAddr().str(), letter.SenderIDWG().str(),
-      letter.SenderIDU().str(), letter.SenderWSName().str(), letter.SenderWGName().str(),
-      letter.SenderUserName().str(), letter.RegNum(), letter.DeletedTime(), letter.Flag(),
-      letter.Size());
-  std::list<CMSAttachment> attachments;
-  letter.Attachments(attachments);
-  for (const CMSAttachment& one : attachments)
-    put(one.Name().str(), one.AttachmentName().str(), one.Attributes(), one.Size(), one.Flag(),
-        one.ID() == letter.BodyID(), std::hash<Bytes>()(ReadWhole(one.InternalFileName().str())));
-  std::list<CMSRecipient> recipients;
-  letter.Recipients(recipients);
-  for (const CMSRecipient& one : recipients)
-    put(one.TransEnvFileName().str(), one.WSName().str(), one.UserName().str(),
-        one.Annotation().str(), one.Receiver().str(), one.ReceiveTime(), one.Reader().str(),
-        one.ReadTime(), one.Flag());
-  return text.str();
 }
 
 struct Object {
@@ -241,46 +182,23 @@ class Untouched {
 class RandomDamage : public testing::Test {
  protected:
   RandomDamage() {
-    const char* const given = std::getenv("MS_DAMAGE_STORE");
-    if (given != nullptr) {
-      m_origin = given;
-    } else {
-      MakeStore(m_origin, dir / "source");
-    }
-    fs::copy(m_origin, path, fs::copy_options::recursive);
-    for (const std::string& name : kFiles) m_healthy[name] = ReadWhole(path + "/" + name);
-    for (const auto& entry : fs::recursive_directory_iterator(path))
-      m_names.insert(entry.path().lexically_relative(path).generic_string());
+    if (const char* const given = std::getenv("MS_DAMAGE_STORE"))
+      fs::copy(given, path, fs::copy_options::recursive);
+    else
+      MakeStore(path, dir / "source");
+    m_healthy = crash::ReadTree(path);
     m_objects = ObjectsOf(m_healthy, true);
     for (const std::size_t kind : {Attachments, Recipients})
       for (const Object& one : m_objects[kind]) m_children[one.Parent()].push_back({kind, &one});
     CMSMessageStore store = OpenStore(path);
     for (const Object& one : m_objects[Letters])
-      m_told[one.ID()] = Describe(store.GetDocument(one.ID()));
+      m_told[one.ID()] = Told(store.GetDocument(one.ID()));
   }
-  void Restore(const Files& files) {
-    std::set<fs::path> strange;
-    for (const auto& entry : fs::recursive_directory_iterator(path))
-      if (m_names.count(entry.path().lexically_relative(path).generic_string()) == 0)
-        strange.insert(entry.path());
-    for (const fs::path& one : strange) fs::remove_all(one);
-    for (const std::string& name : m_names) {
-      if (m_healthy.count(name) != 0 || fs::exists(fs::path(path) / name)) continue;
-      fs::create_directories((fs::path(path) / name).parent_path());
-      fs::copy(fs::path(m_origin) / name, fs::path(path) / name);
-    }
-    for (const auto& [name, bytes] : files) WriteBytes(path + "/" + name, bytes);
-    for (const auto& [name, bytes] : m_healthy)
-      if (files.count(name) == 0) fs::remove(path + "/" + name);
-  }
-  Files Present() const {
-    Files files;
-    for (const auto& entry : fs::recursive_directory_iterator(path)) {
-      const std::string name = entry.path().lexically_relative(path).generic_string();
-      const bool isKept = m_names.count(name) != 0 && m_healthy.count(name) == 0;
-      files[name] = isKept || !entry.is_regular_file() ? "" : ReadWhole(entry.path());
-    }
-    return files;
+  // Its folder is another one when that was damaged.
+  static crash::Object Told(const CMSDocument& letter) {
+    crash::Object told = LetterBook::Read(letter);
+    told.erase("parent");
+    return told;
   }
   // What a repair refuses, of a header or of the IDs.
   static bool MayRefuse(const Files& files, const std::string& error) {
@@ -305,7 +223,7 @@ class RandomDamage : public testing::Test {
     const Walk walk(store);
     EXPECT_EQ(walk.letters, store.GetDocumentCount());
     std::map<std::uint32_t, Bytes> records;
-    for (const auto& objects : ObjectsOf(Present(), true))
+    for (const auto& objects : ObjectsOf(crash::ReadTree(path), true))
       for (const Object& one : objects) records[one.ID()] = one.bytes;
     for (const Object& letter : m_objects[Letters]) {
       const std::uint32_t id = letter.ID();
@@ -319,7 +237,7 @@ class RandomDamage : public testing::Test {
       ++m_kept;
       const CMSDocument kept = store.GetDocument(id);
       ASSERT_TRUE(kept) << "letter " << id;
-      EXPECT_EQ(Describe(kept), m_told[id]) << "letter " << id;
+      EXPECT_EQ(Told(kept), m_told[id]) << "letter " << id;
       const auto same = [&](Bytes was, std::size_t at, std::size_t width) {
         was.replace(at, width, records[U32(was, 8)].substr(at, width));
         EXPECT_TRUE(records[U32(was, 8)] == was) << "record " << U32(was, 8);
@@ -335,15 +253,13 @@ class RandomDamage : public testing::Test {
   }
 
   TempDir dir{std::getenv("MS_DAMAGE_STORE") == nullptr ? InMemory() : ""};
-  std::string m_origin = dir / "origin";
   const std::string path = dir / "store";
   LogSink m_events;
   MSF::CFixer fixer;
   Files m_healthy;
-  std::set<std::string> m_names;  // all files and directories below the store
   Objects m_objects;
   std::map<std::uint32_t, std::vector<std::pair<std::size_t, const Object*>>> m_children;
-  std::map<std::uint32_t, std::string> m_told;
+  std::map<std::uint32_t, crash::Object> m_told;
   std::size_t m_kept = 0;
 };
 
@@ -359,23 +275,22 @@ TEST_F(RandomDamage, A_repair_keeps_what_was_not_touched) {
     m_events.events.clear();
     Files damaged = m_healthy;
     const Damage damage(damaged, seed);
-    Restore(damaged);
-    const Files before = Present();
+    crash::WriteTree(path, damaged);
     if (!fixer.RepairMS(path.c_str())) {
       EXPECT_TRUE(MayRefuse(damaged, fixer.Error())) << fixer.Error();
-      EXPECT_TRUE(Present() == before);
+      EXPECT_TRUE(crash::ReadTree(path) == damaged);
       continue;
     }
     ++repaired;
     const std::string report = fixer.ReportDirectory();
     for (const std::string& one : CheckStore(path)) ADD_FAILURE() << one;
-    Files after = Present();
+    Files after = crash::ReadTree(path);
     EXPECT_TRUE(fixer.RepairMS(path.c_str())) << fixer.Error();
     EXPECT_EQ(fixer.Findings().size(), 0U);
     EXPECT_EQ(fixer.ReportDirectory(), "");
     // The last ID comes down again when the objects that had it are gone.
     after["ms3.db"] = ReadWhole(path + "/ms3.db");
-    EXPECT_TRUE(Present() == after);
+    EXPECT_TRUE(crash::ReadTree(path) == after);
     Compare(damaged);
     fs::remove_all(report);
   }

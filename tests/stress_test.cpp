@@ -17,6 +17,7 @@
 #include "support/LetterBook.h"
 #include "support/LogSink.h"
 #include "support/OpenStore.h"
+#include "support/Tree.h"
 #include "support/Walk.h"
 #include "support/Workload.h"
 
@@ -27,11 +28,6 @@ using Objects = std::map<unsigned long, crash::Object>;
 
 constexpr unsigned kThreads = 8;
 constexpr unsigned kMaxLetters = 250;  // in each store, before nothing more is added for all
-
-unsigned Setting(const char* name, unsigned otherwise) {
-  const char* const text = std::getenv(name);
-  return text != nullptr ? static_cast<unsigned>(std::strtoul(text, nullptr, 10)) : otherwise;
-}
 
 struct Place {
   explicit Place(const std::string& path)
@@ -353,8 +349,8 @@ void ExpectSound(const std::string& path, const LetterBook& book) {
 }
 
 TEST(Stress, Eight_threads_at_everything_lose_nothing_and_leave_sound_stores) {
-  const unsigned seed = Setting("MS_STRESS_SEED", 1);
-  const auto seconds = std::chrono::seconds(Setting("MS_STRESS_SECONDS", 3));
+  const unsigned seed = crash::FromEnvironment("MS_STRESS_SEED", 1);
+  const auto seconds = std::chrono::seconds(crash::FromEnvironment("MS_STRESS_SECONDS", 3));
   const LogSink log;
   Hub hub;
   std::array<LetterBook, 2> books;

@@ -145,6 +145,7 @@ class MS_API CMSArchiver {
   void Backup(const CMSMessageStore& store, const char* targetDirectory,
               const CMSBackupSettings* settings, bool* copied);
   // Whether the making of a store in that directory was cut off. The next backup makes it anew.
+  // XKitFile when the directory cannot be looked at.
   static bool IsHalfMade(const char* directory);
   // Whether Backup would find one due.
   bool IsBackupNeeded(const CMSMessageStore& store, const CMSBackupSettings* settings);

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "Durability.h"
+#include "Rollback.h"
 #include "StoreFiles.h"
 #include "kit/KitErrors.h"
 #include "kit/KitFile.h"
@@ -200,9 +201,17 @@ std::string NameWithoutFile(std::uint32_t id, const std::string& name) {
   return KitFormat("n%08x%c", id, kStoredSeparator) + name;
 }
 
-std::string MakeDirectory(const std::string& storeDirectory, CMSDurability& durability) {
-  const std::string path = CKitFolder::MakeUniqueFolder(storeDirectory);
+// Making the folder tells whether its name was taken. All that needs memory comes before it.
+std::string MakePlace(const std::string& storeDirectory, const std::string& name,
+                      CMSDurability& durability) {
+  std::string directory, path;
+  do {
+    directory = CKitFile::Join(storeDirectory, CKitFolder::NewName());
+    path = CKitFile::Join(directory, name);
+  } while (!CKitFolder::MakeFolder(directory));
+  Rollback undo([&] { CKitFolder::RemoveFolder(directory); });
   durability.DirectoryChanged(storeDirectory);
+  undo.Disarm();
   return path;
 }
 

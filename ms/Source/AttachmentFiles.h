@@ -31,8 +31,9 @@ std::string Canonical(const std::string& storeDirectory, const std::string& stor
 // that is made for a file has a name of that length: it is taken without a look at the disk.
 std::string NameWithoutFile(std::uint32_t id, const std::string& name);
 
-// Makes a directory of its own for one file; answers its path.
-std::string MakeDirectory(const std::string& storeDirectory, CMSDurability& durability);
+// Makes a directory of its own for one file of that name; answers the path that it will have.
+std::string MakePlace(const std::string& storeDirectory, const std::string& name,
+                      CMSDurability& durability);
 
 struct SourceInfo {
   std::int32_t attributes = 0;

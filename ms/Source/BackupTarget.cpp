@@ -25,8 +25,10 @@ bool AnyFile(const std::string& directory, Test test) {
                      [&](const char* name) { return test(CKitFile::Join(directory, name)); });
 }
 
+// What cannot be looked at must not pass for gone: files of a backup would be taken for remains, or
+// remains left without their mark.
 bool IsThere(const std::string& path) {
-  return CKitFile::IsVisible(path);
+  return CKitFile::Info(path).kind != platform::FileKind::None;
 }
 
 bool HoldsNoLetters(const std::string& directory) {
@@ -55,8 +57,8 @@ class CMark {
     m_file->Sync();
     KitCheck(platform::Files().SyncDirectory(directory), "sync", directory);
   }
-  // Without files beside it there is nothing to remember. One that cannot be removed does no harm
-  // before letters come.
+  // Without files beside it, for certain, there is nothing to remember. One that cannot be removed
+  // does no harm before letters come.
   ~CMark() {
     RunOrLog(
         [this] {

@@ -9,6 +9,7 @@
 #include "AttachmentFiles.h"
 #include "DocRecord.h"
 #include "FieldSetters.h"
+#include "Rollback.h"
 #include "kit/KitFile.h"
 #include "kit/KitFolder.h"
 #include "kit/LogDispatcher.h"
@@ -64,8 +65,7 @@ class CMSDocument::CPlacedFile {
  public:
   CPlacedFile(CMSMessageStoreImp& store, const std::string& name)
       : m_store(store),
-        m_path(CKitFile::Join(attachmentfiles::MakeDirectory(store.Directory(), store.Durability()),
-                              name)) {}
+        m_path(attachmentfiles::MakePlace(store.Directory(), name, store.Durability())) {}
   CPlacedFile(const CPlacedFile&) = delete;
   CPlacedFile& operator=(const CPlacedFile&) = delete;
   ~CPlacedFile() {
@@ -79,7 +79,7 @@ class CMSDocument::CPlacedFile {
   }
   const std::string& Path() const { return m_path; }
   std::string Stored() const { return attachmentfiles::ToStored(m_store.Directory(), m_path); }
-  void Keep() { m_kept = true; }
+  void Keep(bool keep = true) { m_kept = keep; }
   // From here on there may be a record of it.
   void Named() { m_named = true; }
 
@@ -121,8 +121,9 @@ CMSAttachment CMSDocument::LinkAttachment(Record& data, CPlacedFile& place) {
   CMSMessageStoreImp& store = StoreOf(*this);
   return store.Change([&] {
     RequireAlive(*this);
+    data.DocID = static_cast<std::uint32_t>(ID());
     place.Named();
-    return LinkRecord(data, store.IssueID(), [&] { place.Keep(); });
+    return LinkRecord(data, store.IssueID(), &place);
   });
 }
 
@@ -131,25 +132,33 @@ CMSAttachment CMSDocument::LinkWithoutFile(Record& data, const std::string& name
   CMSMessageStoreImp& store = StoreOf(*this);
   return store.Change([&] {
     RequireAlive(*this);
+    data.DocID = static_cast<std::uint32_t>(ID());
     const std::uint32_t id = store.IssueID();
     PutChecked(data.InternalFileName, attachmentfiles::NameWithoutFile(id, name), kStoredPath);
-    return LinkRecord(data, id, [] {});
+    return LinkRecord(data, id, nullptr);
   });
 }
 
-// Record, link and totals.
-template <class Made>
-CMSAttachment CMSDocument::LinkRecord(Record& data, std::uint32_t id, Made made) {
-  data.DocID = static_cast<std::uint32_t>(ID());
-  CMSAttachment attachment = StoreOf(*this).CreateAttachment(id, data);
+// Record, link and totals. place: of the file, if there is one.
+CMSAttachment CMSDocument::LinkRecord(const Record& data, std::uint32_t id, CPlacedFile* place) {
+  CMSMessageStoreImp& store = StoreOf(*this);
+  const CMSDocumentData before = Access::Copy(*this);
+  CMSAttachment attachment = store.CreateAttachment(id, data);
   if (!attachment) return attachment;
-  made();
+  if (place != nullptr) place->Keep();
+  Rollback undo([&] {
+    Access::Write(*this, [&](CMSDocumentData& record) { record = before; });
+    const bool isGone = store.RemoveAttachment(attachment);
+    if (place != nullptr) place->Keep(!isGone);
+  });
   CountIn(attachment, data);
   NotifyReadBy(attachment, 0);
+  undo.Disarm();
+  store.OnAttachmentSizeChanged(data.Size);
   return attachment;
 }
 
-// All at once: whatever cannot be told afterwards, the letter's record is whole.
+// All at once, so that the letter's record is never half changed.
 void CMSDocument::CountIn(const CMSAttachment& attachment, const Record& data) {
   Access::Write(*this, [&](CMSDocumentData& record) {
     record.AttachmentCount = WrappedSum(record.AttachmentCount, 1);
@@ -158,7 +167,6 @@ void CMSDocument::CountIn(const CMSAttachment& attachment, const Record& data) {
       record.BodyID = static_cast<std::uint32_t>(attachment.ID());
     if ((data.Flag & attachmentflag::Encrypted) != 0) NoteEncryption(record);
   });
-  StoreOf(*this).OnAttachmentSizeChanged(data.Size);
 }
 
 void CMSDocument::DeleteAttachment(CMSAttachment& attachment) {

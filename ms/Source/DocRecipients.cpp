@@ -1,5 +1,6 @@
 // Recipients coming and going.
 #include "DocWalk.h"
+#include "Rollback.h"
 
 namespace {
 
@@ -45,7 +46,9 @@ CMSRecipient CMSDocument::AddRecipient(const CKitString& packDate,
     const bool wasUndelivered = IsUndelivered();
     CMSRecipient recipient = store.CreateRecipient(data);
     if (!recipient) return recipient;
+    Rollback undo([&] { store.RemoveRecipient(recipient); });
     IncRecipientCount();
+    undo.Disarm();
     if (IsOutgoing() && !wasUndelivered && recipient.IsUndelivered()) NotifyUndelivered(true);
     return recipient;
   });

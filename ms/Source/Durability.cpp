@@ -90,6 +90,10 @@ void CMSDurability::CheckHealthy() const {
   throw XKitStatus(kit::kStatusReadOnly, m_failure);
 }
 
+void CMSDurability::CheckMayWrite() const {
+  if (m_atOdds.load(std::memory_order_acquire) || !IsWithin()) CheckHealthy();
+}
+
 void CMSDurability::Begin() {
   Enter(this);
 }
@@ -222,9 +226,10 @@ std::vector<std::function<void()>> CMSDurability::TakePutOff() {
   return std::exchange(m_putOff, {});
 }
 
-// After a sync that failed, what was put off stays undone for good.
+// After a sync that failed, what was put off stays undone for good. What it owes is paid at once:
+// nobody would hear of it later.
 void CMSDurability::RunPutOff(const std::vector<std::function<void()>>& putOff) {
-  if (HasFailed()) return;
+  if (HasFailed() || putOff.empty()) return;
   for (const auto& work : putOff) {
     try {
       work();
@@ -232,6 +237,7 @@ void CMSDurability::RunPutOff(const std::vector<std::function<void()>>& putOff) 
       LogEvent(severity::Error, error.what(), "ms\\Source\\Durability", 2);
     }
   }
+  SyncPending();
 }
 
 void CMSDurability::FileWritten(std::unique_ptr<platform::File> file, const std::string& path) {
@@ -277,13 +283,18 @@ void CMSDurability::Note(const std::string& file, const platform::Status& status
   if (status.Ok()) return;
   try {
     const std::string why = status.Code() != 0 ? ": " + status.Text() : "";
-    Refuse("cannot sync '" + file + "'" + why);
+    Fail("cannot sync '" + file + "'" + why);
   } catch (const std::bad_alloc&) {
-    Refuse({});
+    Fail({});
   }
 }
 
 void CMSDurability::Refuse(const std::string& reason) {
+  Fail(reason);
+  m_atOdds.store(true, std::memory_order_release);
+}
+
+void CMSDurability::Fail(const std::string& reason) {
   {
     const std::lock_guard guard(m_failureLock);
     if (HasFailed()) return;

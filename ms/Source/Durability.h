@@ -86,8 +86,11 @@ class CMSDurability {
   CMSDurabilityLevel Level() const { return m_level; }
   // XKitStatus 19 once a sync has failed.
   void CheckHealthy() const;
-  // Something went wrong that leaves file and memory at odds: no further change, as after a failed
-  // sync.
+  // What each write asks. A sync that fails does not cut off the change under way, which would
+  // leave the open store with a half of it; that change fails when it has come to its end.
+  void CheckMayWrite() const;
+  // Something went wrong that leaves file and memory at odds: no further write, and no further
+  // change, as after a failed sync.
   void Refuse(const std::string& reason);
   bool HasFailed() const { return m_failed.load(std::memory_order_acquire); }
 
@@ -143,12 +146,15 @@ class CMSDurability {
   void SyncPending();
   std::vector<std::function<void()>> TakePutOff();
   void RunPutOff(const std::vector<std::function<void()>>& putOff);
-  // Remembers and logs a failed sync; the first one is kept.
+  // Remembers and logs a failed sync.
   void Note(const std::string& file, const platform::Status& status);
+  // From here on there are no further changes; the first reason is kept.
+  void Fail(const std::string& reason);
 
   const CMSDurabilityLevel m_level;
   const std::string m_directory;
   std::atomic<bool> m_failed{false};
+  std::atomic<bool> m_atOdds{false};  // no write at all may follow
   std::atomic<std::uint64_t> m_changes{0};
 
   std::mutex m_paying;  // held for a whole payment, taken before m_state

@@ -17,7 +17,7 @@ std::string Named(const char* format, const std::string& file) {
 
 void CMSEngineContext::CheckWritable(const std::string& file) const {
   if (readOnly) throw XKitStatus(kit::kStatusReadOnly, "'" + file + "' is open for reading only");
-  durability.CheckHealthy();
+  durability.CheckMayWrite();
 }
 
 // A report that cannot be written must not let the store pass for a healthy one.

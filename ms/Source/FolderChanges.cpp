@@ -4,6 +4,7 @@
 // that a repair puts right: records and links come first, then the counts, then the events.
 #include "DocRecord.h"
 #include "FolderSupport.h"
+#include "Rollback.h"
 
 using namespace foldersupport;
 
@@ -48,9 +49,16 @@ CMSDocument CMSFolder::CreateDocument(const CKitString& subject, const CKitStrin
     RequireSameStore(store, *this);
     CMSDocument document = store.CreateDocument(record);
     if (!document) return document;
+    const int count = GetDocumentCount();
+    Rollback undo([&] {
+      CMSFieldAccess::Write(*this, [&](CMSFolderData& data) { data.DocumentCount = count; });
+      store.RemoveDocument(document);
+      store.Master().DropExtraFolderData(static_cast<std::uint32_t>(ID()));
+    });
     IncDocumentCount();
     const Share share = ShareOf(document);
     AdjustExtraCounters(share.unread, share.undelivered);
+    undo.Disarm();
     store.Listeners().DocumentAdded(document);
     return document;
   });

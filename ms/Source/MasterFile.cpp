@@ -109,8 +109,7 @@ bool CMSMasterFile::SaveEntries() {
 // At every level: a store that lost its "Active" to a power cut would pass for one that was closed,
 // and nobody would repair it.
 bool CMSMasterFile::SetState(const char* state) {
-  if (!Write(MSF::szMaintenanceSection, {{MSF::szClosedStateKey, state}})) return false;
-  return Flush();
+  return WriteThrough(MSF::szMaintenanceSection, MSF::szClosedStateKey, state);
 }
 
 std::string CMSMasterFile::ReadState() const {
@@ -160,11 +159,12 @@ bool CMSMasterFile::WriteCustomData(const char* section, const char* key, const 
   const char* text = value != nullptr ? value : "";
   if (!IsName(section) || !IsName(key) || !CanBeRead(key) || HoldsLineBreak(text)) return false;
   if (IsFolderSection(section) && !SaveEntries()) return false;
-  return Write(section, {{key, text}}) && Flush();
+  return WriteThrough(section, key, text);
 }
 
 // A sync that failed must not pass for one that succeeds later.
-bool CMSMasterFile::Flush() {
+bool CMSMasterFile::WriteThrough(const char* section, const char* key, const char* value) {
+  if (!platform::WriteProfileString(Path(), section, key, value)) return false;
   if (platform::FlushProfile(Path())) return true;
   if (!m_readOnly) Owner().Refuse("cannot sync '" + Path() + "'");
   return false;

@@ -51,7 +51,8 @@ class CMSMasterFile : public CMSSyncTarget {
   std::string Path() const;
 
  private:
-  bool Flush();
+  // Whether it is on the medium, too.
+  bool WriteThrough(const char* section, const char* key, const char* value);
   bool Write(const char* section, const std::vector<platform::ProfileKey>& keys);
   bool SaveNumbers(const Counters& counters);
   bool SaveEntries();

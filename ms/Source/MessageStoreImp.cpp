@@ -224,7 +224,8 @@ void CMSMessageStoreImp::RaiseLastID() {
 
 void CMSMessageStoreImp::CreateRoot() {
   Change([&] {
-    if (!GetFolder(kRootID)) CreateFolder(kRootID, 0, "Root", "", 0);
+    if (!GetFolder(kRootID) && !CreateFolder(kRootID, 0, "Root", "", 0))
+      m_folders->File().ThrowRefusal();
   });
 }
 
@@ -256,7 +257,7 @@ void CMSMessageStoreImp::CheckWritable() const {
   if (m_readOnly)
     throw XKitStatus(kit::kStatusReadOnly,
                      "the store '" + m_directory + "' is open for reading only");
-  m_durability.CheckHealthy();
+  m_changes == 0 ? m_durability.CheckHealthy() : m_durability.CheckMayWrite();
 }
 
 std::uint32_t CMSMessageStoreImp::IssueID() {
@@ -340,6 +341,7 @@ CMSStoreChange::CMSStoreChange(CMSMessageStoreImp& store) : m_store(store) {
     m_store.m_lock.Unlock();
     throw;
   }
+  ++m_store.m_changes;
   m_changesBefore = m_store.m_durability.Changes();
 }
 
@@ -347,6 +349,7 @@ CMSStoreChange::CMSStoreChange(CMSMessageStoreImp& store) : m_store(store) {
 CMSStoreChange::~CMSStoreChange() {
   if (!m_open) return;
   if (m_store.m_durability.Changes() != m_changesBefore) m_store.m_wasCutShort = true;
+  --m_store.m_changes;
   m_store.m_durability.End();
   m_store.m_lock.Unlock();
 }
@@ -354,6 +357,7 @@ CMSStoreChange::~CMSStoreChange() {
 void CMSStoreChange::Commit() {
   if (m_store.m_durability.IsOutermost()) m_store.SaveDueCounters();
   m_open = false;
+  const bool isPart = --m_store.m_changes != 0;  // of a change that is to come to its end
   m_store.m_lock.Unlock();
-  m_store.m_durability.Commit();
+  isPart ? m_store.m_durability.End() : m_store.m_durability.Commit();
 }

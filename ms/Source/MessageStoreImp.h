@@ -159,6 +159,7 @@ class CMSMessageStoreImp : public CKitReference {
   bool m_countersDue = false;
   unsigned m_askedFor = 0;      // folders whose entry was made outside of changes since then
   unsigned m_askedForMost = 1;  // and how many there may be before they are written
+  unsigned m_changes = 0;       // open ones, each within the one before
   std::atomic<bool> m_wasCutShort{false};  // a change got half way
   CMSListenerRegistry m_listeners;
   CMSDurability m_durability;

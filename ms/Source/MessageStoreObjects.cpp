@@ -1,36 +1,15 @@
 // Objects of a store: finding, making, linking and removing them.
-#include <exception>
-
 #include "AttachmentFiles.h"
 #include "MessageStoreImp.h"
 #include "ObjectAccess.h"
+#include "Rollback.h"
 #include "kit/KitErrors.h"
-#include "kit/LogDispatcher.h"
 
 namespace {
 
 SIDInfo Link(std::uint32_t parent, CMSObjectType type, unsigned long child) {
   return {parent, static_cast<std::int32_t>(type), static_cast<std::uint32_t>(child)};
 }
-
-// Undoes the steps of a creation that did not get to its end.
-template <class Undo>
-class Rollback {
- public:
-  explicit Rollback(Undo undo) : m_undo(std::move(undo)) {}
-  ~Rollback() {
-    // What is left behind is an orphan that the next repair finds; the first failure is the one to
-    // tell.
-    if (m_armed) RunOrLog(m_undo, "ms\\Source\\MessageStoreObjects", 1);
-  }
-  Rollback(const Rollback&) = delete;
-  Rollback& operator=(const Rollback&) = delete;
-  void Disarm() { m_armed = false; }
-
- private:
-  Undo m_undo;
-  bool m_armed = true;
-};
 
 }  // namespace
 

@@ -3,6 +3,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <thread>
@@ -12,6 +13,7 @@
 #include "Format.h"
 #include "Index.h"
 #include "kit/Event.h"
+#include "kit/KitErrors.h"
 #include "kit/ReadMostlyLock.h"
 #include "platform/File.h"
 
@@ -48,6 +50,8 @@ class CMSRecordFile {
   // accessors of other threads when the file must grow; XKitStatus 1131 when the calling thread
   // itself holds one.
   std::uint32_t Insert(std::uint32_t key, const void* data);
+  // Throws what the index could not be written for, if that made the last insertion answer 0.
+  void ThrowRefusal() const;
   // False when the index does not know the key.
   bool Delete(std::uint32_t key);
   // The record's number, 0 when the index does not know the key. A container that bears another key
@@ -136,8 +140,9 @@ class CMSRecordFile {
   std::unique_ptr<platform::View> m_view;
   unsigned m_readers = 0;
   unsigned m_writers = 0;
-  std::vector<Holder> m_holders;     // which threads have accessors open
-  platform::Status m_growthFailure;  // of a growth made for a waiting inserter
+  std::vector<Holder> m_holders;      // which threads have accessors open
+  std::optional<XKitFile> m_refusal;  // of the last insertion, by a write that failed
+  platform::Status m_growthFailure;   // of a growth made for a waiting inserter
   CKitEvent m_remapped{CKitEvent::Kind::Manual};
   CKitEvent m_growthRequested{CKitEvent::Kind::Automatic};
 };

@@ -59,12 +59,19 @@ std::uint32_t CMSRecordFile::Insert(std::uint32_t key, const void* data) {
 
 // The reason of a failed write is in the log; to the caller it is a refusal like any other.
 bool CMSRecordFile::AddToIndex(std::uint32_t key, std::uint32_t index) {
+  m_refusal.reset();
   try {
     return m_index.Add(key, index);
   } catch (const XKitFile& error) {
+    m_refusal = error;
     LogEvent(severity::Error, error.what(), "ms\\Source\\RecordFile", 1);
     return false;
   }
+}
+
+void CMSRecordFile::ThrowRefusal() const {
+  const CSharedLocker guard(m_lock);
+  if (m_refusal) throw XKitFile(*m_refusal);
 }
 
 // Keeps the lock, except while it waits for another thread to close the last accessor and grow the

@@ -14,10 +14,9 @@
 #include <random>
 
 #include "RecordingFiles.h"
+#include "Tree.h"
 
 namespace crash {
-
-using Files = std::map<std::string, std::string>;  // by path; directories end in "/"
 
 class Medium {
  public:

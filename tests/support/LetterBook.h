@@ -153,12 +153,12 @@ inline Outcome Compare(const LetterBook& before, const LetterBook& after, const 
     for (const Object* one : {&was, &becomes, &is})
       for (const auto& [name, value] : *one) names.insert(name);
     for (const std::string& name : names) {
-      const std::string old = field(was, name), next = field(becomes, name);
-      if (field(is, name) == old || field(is, name) == next) continue;
+      const std::string old = field(was, name), next = field(becomes, name), now = field(is, name);
+      if (now == old && now == next) continue;
       const bool isStable = !was.empty() && !becomes.empty() && old == next;
       isLost = isLost || isStable;
       text << " " << name << ": " << old.substr(0, 60) << " -> " << next.substr(0, 60) << " is "
-           << field(is, name).substr(0, 60) << ";";
+           << now.substr(0, 60) << ";";
     }
     (isLost ? outcome.lost : outcome.torn) +=
         std::to_string(id) + (is.empty() ? " is absent" : "") + text.str() + "\n";

@@ -1,45 +1,16 @@
 // A store at work: what the tests of cuts and of failures begin with, and do to it.
 #pragma once
 
-#include <cstdlib>
-
 #include "CrashStates.h"
 #include "LetterBook.h"
 #include "OpenStore.h"
-#include "TempDir.h"
+#include "Tree.h"
 
 #include "ms/Source/Roles.h"
 
 namespace crash {
 
 using Level = CMSDurabilityLevel;
-
-inline unsigned FromEnvironment(const char* name, unsigned otherwise) {
-  const char* const text = std::getenv(name);
-  return text != nullptr ? static_cast<unsigned>(std::strtoul(text, nullptr, 10)) : otherwise;
-}
-
-inline Files ReadTree(const std::string& directory) {
-  Files files;
-  namespace fs = std::filesystem;
-  for (const auto& entry : fs::recursive_directory_iterator(directory)) {
-    const std::string name = entry.path().lexically_relative(directory).generic_string();
-    if (entry.is_directory())
-      files[name + "/"];
-    else
-      files[name] = storecheck::ReadWhole(entry.path());
-  }
-  return files;
-}
-
-inline void WriteTree(const std::string& directory, const Files& files) {
-  namespace fs = std::filesystem;
-  for (const auto& entry : fs::directory_iterator(directory)) fs::remove_all(entry.path());
-  for (const auto& [name, bytes] : files)
-    if (name.ends_with('/')) fs::create_directories(directory + "/" + name);
-  for (const auto& [name, bytes] : files)
-    if (!name.ends_with('/')) WriteBytes(directory + "/" + name, bytes);
-}
 
 // Below the root: three folders and three letters, and a spare folder. The links have as many
 // deleted entries as they have live ones, so that the next deletion compacts them; all but one
@@ -210,6 +181,17 @@ inline const Operation kOperations[] = {
        BaseStore::AddRecipient(letter, "GROWS1");
        c.ack();
        BaseStore::AddRecipient(letter, "");
+     }},
+    {"clone letter",
+     [](const Client& c) {
+       CMSFolder target = c.Folder("c");
+       const CMSDocument letter = c.Letter("one");
+       if (!letter || !target) return;
+       try {
+         letter.Clone(target, false);
+       } catch (const CMSDocument::XCloneError&) {
+         BaseStore::Made(false);
+       }
      }},
 };
 inline constexpr std::size_t kCount = std::size(kOperations);

@@ -119,7 +119,8 @@ class Workload {
   }
   void AddFile(CMSDocument& letter) {
     WriteSource();
-    letter.AddAttachment(m_source, false, Name("file"), "source", 0);
+    const long flag = letter.BodyID() == 0 ? attachmentflag::Body : attachmentflag::Encrypted;
+    letter.AddAttachment(m_source, false, Name("file"), "source", flag);
   }
   void WriteSource() { WriteBytes(m_source, Name("bytes", Below(9000))); }
   void AddAddressee(CMSDocument& letter) {
