@@ -13,33 +13,57 @@ CMSObjectDBBase::~CMSObjectDBBase() {
 
 CMSDBObject* CMSObjectDBBase::Get(std::uint32_t key) {
   Part& part = PartOf(key);
-  const CSharedLocker guard(part.lock);
-  const auto found = part.cells.find(key);
-  if (found == part.cells.end()) {
+  const std::lock_guard guard(part.lock);
+  CMSDBObject* cell = Find(part, key);
+  if (cell == nullptr) {
     const std::uint32_t record = m_file.Find(key);
-    return record != 0 ? &NewCell(part, key, record) : nullptr;
+    if (record == 0) return nullptr;
+    cell = &FindOrMake(part, key, record);
   }
-  AddReference(part, found->second);
-  return &found->second;
+  AddReference(part, *cell);
+  return cell;
 }
 
-// The map's lock is not held while the insert waits for the file to grow: whoever has to close a
+// The part's lock is not held while the insert waits for the file to grow: whoever has to close a
 // record for that may need handles.
 CMSDBObject* CMSObjectDBBase::Create(std::uint32_t key, const void* data) {
   const std::uint32_t record = m_file.Insert(key, data);
   if (record == 0) return nullptr;
   try {
     Part& part = PartOf(key);
-    const CSharedLocker guard(part.lock);
-    return &NewCell(part, key, record);
+    const std::lock_guard guard(part.lock);
+    CMSDBObject& cell = FindOrMake(part, key, record);
+    AddReference(part, cell);
+    return &cell;
   } catch (const std::bad_alloc&) {
     Delete(key);
     throw;
   }
 }
 
+CMSDBObject* CMSObjectDBBase::Find(Part& part, std::uint32_t key) {
+  if (part.first.references != 0 && part.first.key == key) return &part.first;
+  if (part.others.empty()) return nullptr;
+  const auto found = part.others.find(key);
+  return found != part.others.end() ? &found->second : nullptr;
+}
+
+// A cell that another thread has just found the new object by is shared; a stale one never is,
+// since no key comes twice while handles remember it.
+CMSDBObject& CMSObjectDBBase::FindOrMake(Part& part, std::uint32_t key, std::uint32_t record) {
+  if (CMSDBObject* const found = Find(part, key)) {
+    assert(found->record == record);
+    return *found;
+  }
+  CMSDBObject& cell = part.first.references == 0 ? part.first : Place(part, key);
+  cell.key = key;
+  cell.owner = this;
+  cell.record.store(record, std::memory_order_release);
+  return cell;
+}
+
 CMSDBObject& CMSObjectDBBase::Place(Part& part, std::uint32_t key) {
-  Cells& cells = part.cells;
+  Cells& cells = part.others;
   if (part.spare.empty()) return cells.try_emplace(cells.end(), key)->second;
   part.spare.key() = key;
   const auto place = cells.insert(cells.end(), std::move(part.spare));
@@ -47,38 +71,22 @@ CMSDBObject& CMSObjectDBBase::Place(Part& part, std::uint32_t key) {
   return place->second;
 }
 
-// New keys are the greatest so far, as a rule. A cell that another thread has just found the new
-// object by is shared; a stale one never is, since no key comes twice while handles remember it.
-CMSDBObject& CMSObjectDBBase::NewCell(Part& part, std::uint32_t key, std::uint32_t record) {
-  CMSDBObject& cell = Place(part, key);
-  assert(cell.owner == nullptr || cell.record == record);
-  cell.key = key;
-  cell.owner = this;
-  cell.record.store(record, std::memory_order_release);
-  AddReference(part, cell);
-  return cell;
-}
-
 bool CMSObjectDBBase::Delete(std::uint32_t key) {
   Part& part = PartOf(key);
-  const CSharedLocker guard(part.lock);
-  const auto found = part.cells.find(key);
-  if (found != part.cells.end()) found->second.record.store(0, std::memory_order_release);
+  const std::lock_guard guard(part.lock);
+  if (CMSDBObject* const cell = Find(part, key)) cell->record.store(0, std::memory_order_release);
   return m_file.Delete(key);
 }
 
 void CMSObjectDBBase::AddReference(CMSDBObject& cell) {
   Part& part = PartOf(cell.key);
-  const CSharedLocker guard(part.lock);
+  const std::lock_guard guard(part.lock);
   AddReference(part, cell);
 }
 
 void CMSObjectDBBase::AddReference(Part& part, CMSDBObject& cell) {
   ++cell.references;
-  if (!part.tells)
-    ++part.references;
-  else if (m_store != nullptr)
-    m_store->AddRef();
+  if (part.tells && m_store != nullptr) m_store->AddRef();
 }
 
 // The store may close with its last handle, so it is let go last.
@@ -86,33 +94,39 @@ void CMSObjectDBBase::Release(CMSDBObject& cell) {
   Part& part = PartOf(cell.key);
   CKitReference* store = nullptr;
   {
-    const CSharedLocker guard(part.lock);
-    if (part.tells)
-      store = m_store;
-    else
-      --part.references;
+    const std::lock_guard guard(part.lock);
+    if (part.tells) store = m_store;
     if (--cell.references == 0) {
       cell.owner = nullptr;
-      part.spare = part.cells.extract(cell.key);
+      if (&cell != &part.first) part.spare = part.others.extract(cell.key);
     }
   }
   if (store != nullptr) store->Release();
 }
 
+template <class Body>
+void CMSObjectDBBase::ForEachCell(Part& part, Body body) {
+  if (part.first.references != 0) body(part.first);
+  for (auto& [key, cell] : part.others) body(cell);
+}
+
 void CMSObjectDBBase::TellStore() {
   for (Part& part : m_parts) {
-    const CSharedLocker guard(part.lock);
+    const std::lock_guard guard(part.lock);
     part.tells = true;
-    for (; part.references != 0; --part.references) m_store->AddRef();
+    ForEachCell(part, [&](const CMSDBObject& cell) {
+      for (std::uint32_t i = 0; i < cell.references; ++i) m_store->AddRef();
+    });
   }
 }
 
 bool CMSObjectDBBase::IsInUse() {
+  bool isInUse = false;
   for (Part& part : m_parts) {
-    const CSharedLocker guard(part.lock);
-    if (!part.cells.empty()) return true;
+    const std::lock_guard guard(part.lock);
+    ForEachCell(part, [&](const CMSDBObject&) { isInUse = true; });
   }
-  return false;
+  return isInUse;
 }
 
 CMSDBObject& CMSFieldAccess::Checked(CMSDBObject* cell) {

@@ -5,11 +5,11 @@
 #include <atomic>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <string>
 
 #include "DB.h"
 #include "kit/KitReference.h"
-#include "kit/SharedLock.h"
 
 class CMSObjectDBBase;
 
@@ -26,7 +26,7 @@ struct CMSDBObject {
 // lock, then the record file's, then its index's.
 //
 // Each reference to a cell is a reference to the store too. While somebody else is known to hold
-// the store, the parts just count theirs; from TellStore on each is given and taken one by one.
+// the store, those of the cells are enough; from TellStore on each is given and taken one by one.
 class CMSObjectDBBase {
  public:
   // The store may be null in tests of the engine alone.
@@ -52,31 +52,36 @@ class CMSObjectDBBase {
   // One less; the last one frees the cell, and perhaps the store with this database.
   void Release(CMSDBObject& cell);
 
-  // Turns what the parts have counted into references of the store.
+  // Turns the references to cells into references to the store.
   void TellStore();
   // Whether there is any cell.
   bool IsInUse();
 
  private:
   using Cells = std::map<std::uint32_t, CMSDBObject>;
+  // Two threads that look objects up write to the first cache line of a part, and to nothing else
+  // that they share. Of a part's cells there is seldom more than one.
   struct alignas(64) Part {
-    CSharedLock lock;  // guards all below
-    Cells cells;
-    // Of the cell that was freed last: most lookups follow one another, and need no memory then. At
-    // first one that was never used, so that the change that comes first cannot lack it either.
+    std::mutex lock;    // guards all below; never taken twice
+    CMSDBObject first;  // in use while it has references
+    Cells others;
+    // Of the cell that was freed last. At first one that was never used, so that the change that
+    // comes first cannot lack memory for it.
     Cells::node_type spare = [] {
       Cells made;
       return made.extract(made.try_emplace(0).first);
     }();
-    std::uint64_t references = 0;  // that the store has not been told of
     bool tells = false;
   };
-  static constexpr std::size_t kParts = 16;
+  static constexpr std::size_t kParts = 64;
 
   Part& PartOf(std::uint32_t key) { return m_parts[key % kParts]; }
-  CMSDBObject& NewCell(Part& part, std::uint32_t key, std::uint32_t record);
+  static CMSDBObject* Find(Part& part, std::uint32_t key);
+  CMSDBObject& FindOrMake(Part& part, std::uint32_t key, std::uint32_t record);
   static CMSDBObject& Place(Part& part, std::uint32_t key);
   void AddReference(Part& part, CMSDBObject& cell);
+  template <class Body>
+  void ForEachCell(Part& part, Body body);
 
   CMSRecordFile& m_file;
   CKitReference* const m_store;
