@@ -117,41 +117,45 @@ TEST(Index, A_failed_write_leaves_file_and_index_as_they_were_or_ends_all_change
   EXPECT_EQ(engine.Reports(), " Index k.idx could not be restored\n");
 }
 
-TEST(Index, Entries_of_a_batch_wait_in_ready_slots_until_it_ends) {
+TEST(Index, Entries_of_a_long_batch_wait_in_ready_slots_until_it_ends) {
   Engine engine;
   FaultyFiles files;
   const LogSink log;
   const std::string path = engine.dir / "k.idx";
-  const std::string ready = '\xFF' + std::string(8, 0);
   CMSIndex index(engine.Context(), engine.dir.Path(), "k");
-  const auto bytes = [&] { return ReadBytes(path).substr(16); };
-  const auto times = [](std::size_t count, const std::string& entry) {
+  const auto entries = [](std::uint32_t first, std::uint32_t last) {
     std::string all;
-    while (count-- > 0) all += entry;
+    for (std::uint32_t key = first; key <= last; ++key) all += IndexEntry(0, key, 1);
     return all;
   };
-  std::string entries = IndexEntry(0, 1, 10);
-  index.Add(1, 10);
+  const auto ready = [](std::size_t count) {
+    std::string all;
+    while (count-- > 0) all += '\xFF' + std::string(8, 0);
+    return all;
+  };
+  const auto add = [&](std::uint32_t first, std::uint32_t last) {
+    for (std::uint32_t key = first; key <= last; ++key) EXPECT_TRUE(index.Add(key, 1));
+  };
+  const auto bytes = [&] { return ReadBytes(path).substr(16); };
   engine.durability.BeginBatch();
-  index.Add(2, 20), index.Add(3, 30);
-  EXPECT_EQ(bytes(), entries + times(64, ready));
-  EXPECT_EQ(index.Find(3), 30u);
-  std::thread([&] { index.Add(4, 40); }).join();  // no batch of its own
-  entries += IndexEntry(0, 2, 20) + IndexEntry(0, 3, 30) + IndexEntry(0, 4, 40);
-  EXPECT_EQ(bytes(), entries + times(61, ready));
-  for (std::uint32_t key = 5; key <= 65; ++key) index.Add(key, 1);
+  add(1, 10);
+  EXPECT_EQ(bytes(), entries(1, 8) + ready(64));
+  EXPECT_EQ(index.Find(10), 1u);
+  std::thread([&] { add(11, 11); }).join();  // in no batch of its own
+  EXPECT_EQ(bytes(), entries(1, 11) + ready(61));
+  add(12, 72);
   files.Fail({.calls = call::kWrite, .cause = platform::Cause::NoSpace, .written = 5});
-  EXPECT_THROW(index.Add(66, 1), XKitFile);  // no room for more slots
+  EXPECT_THROW(index.Add(73, 1), XKitFile);  // no room for more slots
   files.Heal();
-  EXPECT_FALSE(index.Find(66));
-  for (std::uint32_t key = 5; key <= 65; ++key) entries += IndexEntry(0, key, 1);
+  EXPECT_FALSE(index.Find(73));
   index.Remove(2);
-  entries[9] = '\xFF';
-  EXPECT_EQ(bytes(), entries);
-  index.Add(66, 1), index.Add(67, 1);
+  std::string expected = entries(1, 72);
+  expected[9] = '\xFF';
+  EXPECT_EQ(bytes(), expected);
+  add(73, 74);  // into the free slot, and at the end
   engine.durability.Commit();
-  entries.replace(9, 9, IndexEntry(0, 66, 1));
-  EXPECT_EQ(bytes(), entries + IndexEntry(0, 67, 1));
+  expected.replace(9, 9, entries(73, 73));
+  EXPECT_EQ(bytes(), expected + entries(74, 74));
   index.CheckInvariants();
 }
 

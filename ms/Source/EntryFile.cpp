@@ -86,7 +86,7 @@ std::uint32_t CMSEntryFile::Put(const std::byte* payload) {
   entry[0] = std::byte{kEntryLive};
   std::memcpy(entry + 1, payload, m_format.PayloadSize());
   const std::span bytes(entry, m_format.EntrySize());
-  if (m_context.durability.GathersNow())
+  if (m_context.durability.GathersNow() && ++m_putInBatch > kFew)
     Gather(slot, bytes);
   else
     WriteEntry(slot, bytes);
@@ -145,6 +145,7 @@ void CMSEntryFile::WriteRun() {
 
 void CMSEntryFile::WriteGathered() {
   WriteRun();
+  m_putInBatch = 0;
   m_nextReady = kFirstReady;
   if (m_ready > m_slots) Cut(m_slots);
 }

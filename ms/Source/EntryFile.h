@@ -35,8 +35,9 @@ class CMSEntryFile {
   // Writes an entry into the oldest free slot, or at the end; answers the slot. XKitFile when that
   // fails: the file then holds what it held before.
   //
-  // In a batch the entries of successive slots are gathered, while the file gets deleted entries in
-  // their place: a full disk shows at once, and a process that dies leaves free slots.
+  // In a batch, from the ninth on, the entries of successive slots are gathered, while the file
+  // gets deleted entries in their place: a full disk shows at once, and a process that dies leaves
+  // free slots.
   std::uint32_t Put(const std::byte* payload);
   // The one that the next Put will take.
   std::uint32_t NextSlot() const { return m_free.empty() ? m_slots : m_free.front(); }
@@ -59,6 +60,7 @@ class CMSEntryFile {
  private:
   static constexpr std::size_t kBlockEntries = 2048;
   // By how many entries the file is made ready for what is gathered: at first, and at most.
+  static constexpr unsigned kFew = 8;  // cost less if written one by one
   static constexpr std::uint32_t kFirstReady = 64;
   static constexpr std::uint32_t kMostReady = 4096;
 
@@ -91,6 +93,7 @@ class CMSEntryFile {
   std::uint32_t m_runBegin = 0;      // the slot of the first of them
   std::uint32_t m_ready = 0;         // up to this slot the file has bytes
   std::uint32_t m_nextReady = kFirstReady;
+  unsigned m_putInBatch = 0;
 };
 
 template <class Live>

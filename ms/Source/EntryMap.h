@@ -51,12 +51,11 @@ class CMSEntryMap : private CMSGatherer {
   bool Add(Entry entry) {
     const CSharedLocker guard(m_lock);
     Sort();
-    if (m_entries.Find(Traits::Of(entry)) != nullptr) return false;
     std::byte payload[Traits::kFormat.PayloadSize()];
     Traits::Encode(entry, payload);
     // First what may lack memory: an entry is taken out again without any.
     entry.slot = m_file.NextSlot();
-    m_entries.Insert(entry);
+    if (!m_entries.Insert(entry)) return false;
     try {
       m_file.Put(payload);
     } catch (const std::exception&) {
