@@ -239,8 +239,7 @@ class MS_API CMSDocument : public CMSObject<CMSDocumentData> {
   // Records the file, which stays from then on; an empty handle when the record was refused.
   CMSAttachment LinkAttachment(struct CMSAttachmentData& data, CPlacedFile& place);
   CMSAttachment LinkWithoutFile(struct CMSAttachmentData& data, const std::string& name);
-  CMSAttachment LinkRecord(const struct CMSAttachmentData& data, std::uint32_t id,
-                           CPlacedFile* place);
+  CMSAttachment LinkRecord(struct CMSAttachmentData& data, std::uint32_t id, CPlacedFile* place);
   // All but the file, whose stored name it answers; "" when the attachment is none of this letter.
   std::string UnlinkAttachment(CMSAttachment& attachment);
 };

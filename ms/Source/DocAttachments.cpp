@@ -121,7 +121,6 @@ CMSAttachment CMSDocument::LinkAttachment(Record& data, CPlacedFile& place) {
   CMSMessageStoreImp& store = StoreOf(*this);
   return store.Change([&] {
     RequireAlive(*this);
-    data.DocID = static_cast<std::uint32_t>(ID());
     place.Named();
     return LinkRecord(data, store.IssueID(), &place);
   });
@@ -132,7 +131,6 @@ CMSAttachment CMSDocument::LinkWithoutFile(Record& data, const std::string& name
   CMSMessageStoreImp& store = StoreOf(*this);
   return store.Change([&] {
     RequireAlive(*this);
-    data.DocID = static_cast<std::uint32_t>(ID());
     const std::uint32_t id = store.IssueID();
     PutChecked(data.InternalFileName, attachmentfiles::NameWithoutFile(id, name), kStoredPath);
     return LinkRecord(data, id, nullptr);
@@ -140,8 +138,9 @@ CMSAttachment CMSDocument::LinkWithoutFile(Record& data, const std::string& name
 }
 
 // Record, link and totals. place: of the file, if there is one.
-CMSAttachment CMSDocument::LinkRecord(const Record& data, std::uint32_t id, CPlacedFile* place) {
+CMSAttachment CMSDocument::LinkRecord(Record& data, std::uint32_t id, CPlacedFile* place) {
   CMSMessageStoreImp& store = StoreOf(*this);
+  data.DocID = static_cast<std::uint32_t>(ID());
   const CMSDocumentData before = Access::Copy(*this);
   CMSAttachment attachment = store.CreateAttachment(id, data);
   if (!attachment) return attachment;

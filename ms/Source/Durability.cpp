@@ -137,14 +137,15 @@ bool CMSDurability::IsOutermost() const {
 }
 
 void CMSDurability::End() {
-  if (IsOutermost() && GathersNow())
-    RunOrLog([this] { WriteGathered(); }, "ms\\Source\\Durability", 3);
+  const bool gathered = IsOutermost() && GathersNow();
   Leave(this);
+  if (gathered) RunOrLog([this] { WriteGathered(); }, "ms\\Source\\Durability", 3);
 }
 
 void CMSDurability::Commit() {
-  if (IsOutermost() && GathersNow()) WriteGathered();
+  const bool gathered = IsOutermost() && GathersNow();
   const bool outermost = Leave(this);
+  if (gathered) WriteGathered();  // may throw: the scope is left by then
   if (outermost && m_level != CMSDurabilityLevel::Process) Pay();
   CheckHealthy();
 }

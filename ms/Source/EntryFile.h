@@ -59,8 +59,8 @@ class CMSEntryFile {
 
  private:
   static constexpr std::size_t kBlockEntries = 2048;
-  // By how many entries the file is made ready for what is gathered: at first, and at most.
   static constexpr unsigned kFew = 8;  // cost less if written one by one
+  // By how many entries the file is made ready for what is gathered: at first, and at most.
   static constexpr std::uint32_t kFirstReady = 64;
   static constexpr std::uint32_t kMostReady = 4096;
 

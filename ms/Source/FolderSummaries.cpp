@@ -17,37 +17,33 @@ class CMSFolder::CSummaries {
   // The next letters; none: that was the end.
   std::span<const CMSDocumentSummary> Next() {
     const CSharedLocker guard(m_store.Lock());
-    do {
-      m_linked = m_store.Relations().Next(m_place, m_ids);
-      Read();
-    } while (m_count == 0 && m_linked != 0);
+    const auto before = m_place;
+    m_count = m_used = 0;
+    if (!Read()) Walk(before);
     return {m_summaries.data(), m_count};
   }
 
  private:
   static constexpr std::size_t kAtOnce = 64;
 
-  void Read() {
-    std::array<bool, kAtOnce> isSound{};
-    m_count = m_used = 0;
+  // False when a link leads to nothing or to another folder's letter.
+  bool Read() {
+    const std::size_t linked = m_store.Relations().Next(m_place, m_ids);
     m_store.Documents().File().ReadMany(
-        std::span(m_ids).first(m_linked), [&](std::size_t i, const std::byte* bytes) {
+        std::span(m_ids).first(linked), [&](std::size_t i, const std::byte* bytes) {
           const auto* record = reinterpret_cast<const CMSDocumentData*>(bytes);
-          isSound[i] = record != nullptr && record->ParentID == m_folder.ID();
-          if (isSound[i]) Add(m_ids[i], *record);
+          if (record != nullptr && record->ParentID == m_folder.ID()) Add(m_ids[i], *record);
         });
-    for (std::size_t i = 0; i < m_linked; ++i)
-      if (!isSound[i]) return ReadOneByOne();
+    return m_count == linked;
   }
   // The walk reports what is wrong, and steps over what is not there.
-  void ReadOneByOne() {
+  void Walk(const CMSRelationsDB::locator& from) {
+    m_place = from;
     m_count = m_used = 0;
-    for (std::size_t i = 0; i < m_linked; ++i) {
-      const CMSDocument letter = m_store.GetDocument(m_ids[i]);
-      if (letter)
-        Access::Read(letter, [&](const CMSDocumentData& record) { Add(m_ids[i], record); });
-      if (!letter || letter.ParentID() != m_folder.ID())
-        Report(m_store, "CMSFolder::GetNextDocument detected mismatch in parent-child IDs");
+    CMSDocument letter;
+    while (m_count < kAtOnce && m_folder.GetNextDocument(letter, m_place)) {
+      const auto id = static_cast<std::uint32_t>(letter.ID());
+      Access::Read(letter, [&](const CMSDocumentData& record) { Add(id, record); });
     }
   }
   void Add(std::uint32_t id, const CMSDocumentData& record) {
@@ -64,7 +60,7 @@ class CMSFolder::CSummaries {
   std::array<std::uint32_t, kAtOnce> m_ids;
   std::array<CMSDocumentSummary, kAtOnce> m_summaries;
   std::array<char, kAtOnce * kLongestSubject> m_texts;
-  std::size_t m_linked = 0, m_count = 0, m_used = 0;
+  std::size_t m_count = 0, m_used = 0;
 };
 
 void CMSFolder::ForEachSummary(const std::function<void(const CMSDocumentSummary&)>& body) const {
