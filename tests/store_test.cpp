@@ -1,6 +1,7 @@
 // The life of a store: opening, identity, listeners, promises to the medium, threads, closing.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
@@ -230,6 +231,27 @@ TEST_F(Store, Handles_compare_by_object_and_turn_stale_together) {
   EXPECT_EQ(CodeOf([&] { root.DeleteDocument(b); }), 6);
   EXPECT_EQ(CodeOf([] { (void)CMSFolder().Name(); }), 6);
   EXPECT_EQ(CodeOf([] { CMSDocument().Name("x"); }), 6);
+}
+
+// A deletion between finding a record's number and reading it is no damage.
+TEST_F(Store, Letters_that_another_thread_deletes_meanwhile_are_gone_and_not_reported) {
+  CMSMessageStore store = Open();
+  CMSFolder root = store.Root();
+  for (int round = 0; round < 300; ++round) {
+    CMSDocument letter = Letter(root);
+    std::atomic<bool> reads{false};
+    std::thread reader([&reads, letter] {
+      EXPECT_EQ(CodeOf([&] {
+                  for (;; reads = true) (void)letter.Flag();
+                }),
+                6);
+    });
+    while (!reads) std::this_thread::yield();
+    root.DeleteDocument(letter);
+    reader.join();
+  }
+  EXPECT_FALSE(std::filesystem::exists(dir / "fixme.dat") &&
+               std::filesystem::file_size(dir / "fixme.dat") != 0);
 }
 
 // Whoever comes last closes it, whatever it holds: not earlier, and not twice.

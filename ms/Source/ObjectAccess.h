@@ -22,9 +22,9 @@ struct CMSFieldAccess {
   template <class T, class Body>
   static auto Read(const CMSObject<T>& handle, Body body) {
     CMSDBObject& cell = Cell(handle);
-    return cell.owner->File().Read(Number(cell), cell.key, [&](const std::byte* record) {
-      return body(*reinterpret_cast<const T*>(record));
-    });
+    return cell.owner->File().Read(
+        [&] { return Number(cell); }, cell.key,
+        [&](const std::byte* record) { return body(*reinterpret_cast<const T*>(record)); });
   }
   template <class T>
   static T Copy(const CMSObject<T>& handle) {

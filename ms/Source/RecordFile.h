@@ -60,9 +60,10 @@ class CMSRecordFile {
 
   // Calls body with the record, const std::byte*, and answers what it answers; a container that
   // bears another key is treated as by BeginRead. Several threads may read at a time: the body only
-  // copies out.
-  template <class Body>
-  auto Read(std::uint32_t number, std::uint32_t key, Body body) const;
+  // copies out. numberOf() answers the record's number; it is asked once nothing can be deleted any
+  // more, and throws for a record that is gone.
+  template <class NumberOf, class Body>
+  auto Read(NumberOf numberOf, std::uint32_t key, Body body) const;
 
   // Calls body(i, record) for each of the keys, with null for one that the index or its container
   // does not know. As for Read, the body only copies out.
@@ -147,14 +148,14 @@ class CMSRecordFile {
   CKitEvent m_growthRequested{CKitEvent::Kind::Automatic};
 };
 
-template <class Body>
-auto CMSRecordFile::Read(std::uint32_t number, std::uint32_t key, Body body) const {
+template <class NumberOf, class Body>
+auto CMSRecordFile::Read(NumberOf numberOf, std::uint32_t key, Body body) const {
   {
     const CReadLocker guard(m_lock);
-    if (const std::byte* record = Peek(number, key)) return body(record);
+    if (const std::byte* record = Peek(numberOf(), key)) return body(record);
   }
   const CSharedLocker guard(m_lock);
-  return body(ReadReported(number, key));
+  return body(ReadReported(numberOf(), key));
 }
 
 // Null when there is no such container, or one with another key.
