@@ -142,6 +142,23 @@ TEST_F(BackupTest, Keeps_what_the_source_has_deleted_until_asked_to_mirror) {
   ExpectEqual();
 }
 
+// As when another thread is making letters meanwhile.
+TEST_F(BackupTest, Keeps_no_letter_that_was_given_up_before_it_was_whole) {
+  CMSDocument whole = Letter(inbox, "whole"), given = Letter(inbox, "given up"),
+              changed = Letter(inbox, "changed");
+  Backup();
+  const auto all = Everything(dir / "backup");
+  for (CMSDocument* letter : {&given, &changed}) letter->Flag(docflag::Incoming);
+  Backup();
+  inbox.DeleteDocument(whole);
+  inbox.DeleteDocument(given);
+  changed.Name("of another subject");
+  changed.Flag(docflag::Incoming | docflag::Complete);
+  EXPECT_EQ(Backup(), "0 copied, 1 replaced, 0 moved, 4 unchanged, 0 failed, 1 removed");
+  EXPECT_EQ(Everything(dir / "backup").size(), all.size() - 1);
+  EXPECT_EQ(Backup(), Nothing(5));
+}
+
 TEST_F(BackupTest, Recognises_letters_without_its_map) {
   Letter(inbox, "letter 0");  // one that is there twice, but for its time
   Backup();

@@ -136,7 +136,9 @@ class MS_API CMSArchiver {
   // Brings the target up to date, making it when it is not there. settings may be null: everything
   // is copied, unless there is nothing. copied (may be null) is set true as soon as a letter was
   // copied, and left alone otherwise. Letters that other threads add meanwhile may wait for the
-  // next backup. What ended the last backup early, be it a crash, is finished by the next.
+  // next backup. One that is copied while it is being made, so that docflag::Complete is not set,
+  // goes from the target when the source has no more of it by the next backup. What ended the last
+  // backup early, be it a crash, is finished by the next.
   //
   // XInterrupted; XKitStatus 87 when the target is the source or lies inside it; what opening the
   // target raises (see CMSMessageStore); XKitFile when the target's disk is full, and 19 when its

@@ -138,7 +138,9 @@ CMSBackupDecision CMSBackupRecognition::AskMap(const CMSDocument& letter) {
       decision.stamp = image.stamp;
       return decision;
     }
-    mayBeEarlier = MayBeOneLetter(TraitsOf(letter), TraitsOf(copy));
+    // One that was copied before it was whole may have become any letter since.
+    mayBeEarlier =
+        !copy.IsAction(docflag::Complete) || MayBeOneLetter(TraitsOf(letter), TraitsOf(copy));
   } catch (const XKitMsg&) {
     // Copying the letter will tell what cannot be read.
   }

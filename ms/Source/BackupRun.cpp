@@ -88,7 +88,6 @@ void CMSBackupRun::Recognise(const std::vector<CMSArchiver::CBackupEntry>& list)
   });
   m_decisions = recognition.Decide(letters);
   m_remains = recognition.Remains();
-  for (const auto& decision : m_decisions) m_letters.insert(decision.target);
   m_mayRemove = recognition.MayRemove();
   if (!recognition.IsMapOfSource()) m_map->Clear();
 }
@@ -109,8 +108,10 @@ void CMSBackupRun::TellPlan() {
     Count(counter, m_list[i].Size);
   }
   if (!Has(kBackupMirror) || !m_mayRemove) return;
-  for (const auto& entry : m_map->Entries()) {
-    if (IsLost(entry) && m_target.GetDocument(entry.target)) CountRemoved();
+  std::unordered_set<std::uint32_t> living;
+  for (const auto& decision : m_decisions) living.insert(decision.target);
+  for (const auto& entry : LettersGone(living)) {
+    if (living.count(entry.target) == 0 && m_target.GetDocument(entry.target)) CountRemoved();
   }
   m_archiver.OnProgress();
 }
@@ -245,7 +246,6 @@ void CMSBackupRun::Copy(const CMSArchiver::CBackupEntry& entry, const CMSBackupD
   m_unfinished.push_back(std::move(copy));
   if (m_copied != nullptr) *m_copied = true;
   ++m_unsettled;
-  m_letters.insert(id);
   Remember(entry.Document, id, decision.superseded, stamp);
   Count(replaces ? &CMSArchiver::CStatus::Replaced : &CMSArchiver::CStatus::Copied, entry.Size);
 }
@@ -326,10 +326,19 @@ void CMSBackupRun::Settle() {
   m_stale.clear();
 }
 
-// The source has the letter no more, and no other letter of it was found to be the same.
-bool CMSBackupRun::IsLost(const CMSBackupMap::Entry& entry) {
-  return entry.kind == CMSObjectType::Document && !m_source.GetDocument(entry.source) &&
-         m_letters.count(entry.target) == 0;
+// Entries of letters that the source has no more; adds the copies of all others. One look at each:
+// other threads may be deleting.
+std::vector<CMSBackupMap::Entry> CMSBackupRun::LettersGone(
+    std::unordered_set<std::uint32_t>& living) {
+  std::vector<CMSBackupMap::Entry> gone;
+  for (const auto& entry : m_map->Entries()) {
+    if (entry.kind != CMSObjectType::Document) continue;
+    if (m_source.GetDocument(entry.source))
+      living.insert(entry.target);
+    else
+      gone.push_back(entry);
+  }
+  return gone;
 }
 
 void CMSBackupRun::CountRemoved() {
@@ -337,17 +346,24 @@ void CMSBackupRun::CountRemoved() {
   ++m_archiver.m_status.Removed;
 }
 
+bool CMSBackupRun::IsIncomplete(std::uint32_t document) {
+  const CMSDocument copy = m_target.GetDocument(document);
+  return copy && Try([&] { return !copy.IsAction(docflag::Complete); });
+}
+
+// A copy that is another letter's by now stays. A letter that was copied while another thread was
+// making it, and was deleted before it was copied again, has never been whole, so its copy goes in
+// any case.
 void CMSBackupRun::RemoveLost() {
-  for (const auto& entry : m_map->Entries()) {
-    if (entry.kind == CMSObjectType::Document && m_source.GetDocument(entry.source))
-      m_letters.insert(entry.target);
+  const bool isMirror = Has(kBackupMirror);
+  std::unordered_set<std::uint32_t> living;
+  for (const auto& entry : LettersGone(living)) {
+    const bool isOthers = living.count(entry.target) != 0;
+    const bool goes = !isOthers && (isMirror || IsIncomplete(entry.target));
+    if (goes && Delete(entry.target)) CountRemoved();
+    if (goes || isOthers) m_map->Drop(entry.kind, entry.source);
   }
-  for (const auto& entry : m_map->Entries()) {
-    if (entry.kind != CMSObjectType::Document || m_source.GetDocument(entry.source)) continue;
-    if (IsLost(entry) && Delete(entry.target)) CountRemoved();
-    m_map->Drop(entry.kind, entry.source);
-  }
-  RemoveLostFolders();
+  if (isMirror) RemoveLostFolders();
 }
 
 // From the leaves up: a folder goes once nothing is left in it.
@@ -368,7 +384,7 @@ void CMSBackupRun::Finish() {
   Settle();
   if (Has(kBackupAddOnly)) return;
   for (const std::uint32_t letter : m_remains) Delete(letter);
-  if (Has(kBackupMirror) && m_mayRemove) {
+  if (m_mayRemove) {
     RemoveLost();
     m_archiver.OnProgress();
   }

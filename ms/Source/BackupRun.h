@@ -36,8 +36,8 @@ class CMSBackupRun {
   bool HasNext() const { return m_next < m_list.size(); }
   std::uint32_t NextFolder() const { return m_list[m_next].Folder; }
   void NextLetter(CMSFolder& folder);
-  // Deletes what interrupted backups have left and, if asked for, what the source has no more; then
-  // gives the last promise.
+  // Deletes what interrupted backups have left and what the source has no more (complete letters
+  // only if asked to), then gives the last promise.
   void Finish();
   // Keeps what was copied, as an exception ends the backup. What fails here is logged.
   void Salvage();
@@ -64,7 +64,8 @@ class CMSBackupRun {
   template <class Body>
   bool Try(Body body);
   bool Delete(std::uint32_t document);
-  bool IsLost(const CMSBackupMap::Entry& entry);
+  std::vector<CMSBackupMap::Entry> LettersGone(std::unordered_set<std::uint32_t>& living);
+  bool IsIncomplete(std::uint32_t document);
   void CountRemoved();
   void RemoveLost();
   void RemoveLostFolders();
@@ -85,7 +86,6 @@ class CMSBackupRun {
   std::unordered_map<std::uint32_t, CMSFolder> m_folders;  // copies, by the source's ID
   std::unordered_set<unsigned long> m_taken;               // folders of the target that are copies
   std::unordered_set<unsigned long> m_reserved;            // those that the map promises to others
-  std::unordered_set<std::uint32_t> m_letters;             // letters of the target that are copies
   std::vector<std::unique_ptr<CMSLetterCopy>> m_unfinished;  // copies since the last promise
   std::vector<CMSBackupMap::Entry> m_stale;  // with copies to delete once the map is safe
   std::size_t m_next = 0;
