@@ -41,6 +41,9 @@ struct Place {
   CMSFolder shared;  // in it nothing belongs to a thread
   // A letter or a folder is deleted by its parent, which it must not leave meanwhile.
   std::mutex moving;
+  // A letter of two bodies that loses one has none, so nobody gives one to a letter that is getting
+  // its own.
+  std::mutex bodies;
 };
 
 // What the threads share.
@@ -203,6 +206,7 @@ class Actor {
       CMSFolder folder = AnyFolder(place.shared);
       if (Chance(3)) return (void)folder.CreateFolder(Name("x"), "", 0);
       if (place.store.GetDocumentCount() > kMaxLetters) return;
+      const std::lock_guard guard(place.bodies);
       CMSDocument letter = folder.CreateDocument(Name("shared"), "", "", "", "", "", "", "", "",
                                                  docflag::Complete | docflag::Incoming, 0);
       WriteBytes(m_source, std::string(Below(3000), 's'));
@@ -229,8 +233,8 @@ class Actor {
           [&] { letter.SetCategory("g", "u", 3); },
           [&] { letter.SenderWSName(Name("ws").c_str()); },
           [&] { Chance(4) ? letter.RemoveAttachments() : letter.DeletedTime(5); },
-          [&] {  // a letter of two bodies that loses one has none
-            const std::lock_guard guard(place.moving);
+          [&] {
+            const std::lock_guard guard(place.bodies);
             if (!letter.Body()) letter.CreateEmptyLetterText();
           },
           [&] { file ? letter.DeleteAttachment(file) : void(); },
@@ -298,6 +302,7 @@ class Actor {
           CMSFolder target = AnyFolder(to.shared);
           const CMSDocument letter = AnyLetter(from.store.Root());
           if (!letter) return;
+          const std::lock_guard guard(to.bodies);
           CMSDocument copy = Chance(4) ? letter.BlankCopy(target) : letter.Clone(target, Chance(2));
           copy.SetActionFlag(docflag::Complete);
           copy.AcceptRecipients(letter, nullptr, Chance(2));
