@@ -1,3 +1,5 @@
+#include <algorithm>
+#include <array>
 #include <atomic>
 #include <chrono>
 
@@ -8,6 +10,8 @@
 
 namespace platform {
 namespace {
+
+constexpr std::size_t kZeroPiece = 4096;
 
 std::atomic<FileSystem*> g_files{nullptr};
 std::atomic<Clock> g_clock{nullptr};
@@ -21,6 +25,19 @@ Instant SystemNow() {
 }
 
 }  // namespace
+
+Status File::WriteZeros(std::uint64_t offset, std::uint64_t size) {
+  static constexpr std::array<std::byte, kZeroPiece> kZeros{};
+  while (size > 0) {
+    const auto piece = static_cast<std::size_t>(std::min<std::uint64_t>(kZeroPiece, size));
+    std::size_t done = 0;
+    if (const Status status = Write(offset, kZeros.data(), piece, done); !status.Ok())
+      return status;
+    offset += piece;
+    size -= piece;
+  }
+  return {};
+}
 
 FileSystem& Files() {
   FileSystem* files = g_files.load(std::memory_order_acquire);

@@ -103,6 +103,9 @@ class File {
   // cut a write short).
   virtual Status Write(std::uint64_t offset, const void* data, std::size_t size,
                        std::size_t& done) = 0;
+  // Writes size zero bytes, and really writes them, in pieces of at most 4,096; as many pieces at a
+  // time as the system takes.
+  virtual Status WriteZeros(std::uint64_t offset, std::uint64_t size);
   // One write at the end of the file, wherever that is by then; other appenders' bytes stay whole.
   virtual Status Append(const void* data, std::size_t size) = 0;
   virtual Status GetInfo(FileInfo& info) = 0;

@@ -1,6 +1,4 @@
 // Inserting, deleting and growing.
-#include <algorithm>
-#include <array>
 #include <atomic>
 #include <cstring>
 #include <utility>
@@ -21,8 +19,6 @@ constexpr char kInvalidIndex[] = "DB %s has detected invalid index being deletin
 constexpr char kMismatchDeleting[] =
     "DB %s has detected mismatch in index and real data key being deleting object";
 constexpr char kRedeletion[] = "DB %s has detected object redeletion";
-
-constexpr std::size_t kGrowthPiece = 4096;
 
 // Each byte is as the one before it, and the first is zero.
 bool IsZero(const std::byte* data, std::size_t size) {
@@ -128,16 +124,11 @@ platform::Status CMSRecordFile::Grow() {
 
 // Really written, not just extended: a full disk shows here, and not as a fault in the mapped file.
 platform::Status CMSRecordFile::AppendContainers(std::uint64_t from) {
-  static constexpr std::array<std::byte, kGrowthPiece> kZeros{};
-  const std::uint64_t end = from + kGrowthStep * ContainerSize();
-  for (std::uint64_t at = from; at < end;) {
-    const auto piece = static_cast<std::size_t>(std::min<std::uint64_t>(kGrowthPiece, end - at));
-    std::size_t done = 0;
-    const platform::Status status = m_file->Write(at, kZeros.data(), piece, done);
-    if (!status.Ok()) return status;
-    at += piece;
-  }
-  return m_file->Truncate(end);
+  const std::uint64_t added = kGrowthStep * ContainerSize();
+  if (const platform::Status status = m_file->WriteZeros(from, added); !status.Ok()) return status;
+  platform::FileInfo info;
+  const platform::Status status = m_file->GetInfo(info);
+  return status.Ok() && info.length > from + added ? m_file->Truncate(from + added) : status;
 }
 
 // The new run goes in front of whatever was free already.

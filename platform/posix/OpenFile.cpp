@@ -5,6 +5,8 @@
 #include <sys/mman.h>
 #include <sys/uio.h>
 
+#include <algorithm>
+#include <array>
 #include <limits>
 
 namespace platform::posix {
@@ -82,6 +84,31 @@ Status OpenFile::Write(std::uint64_t offset, const void* data, std::size_t size,
     if (put == -1) return LastStatus();
     if (put == 0) return StatusOf(ENOSPC);
     done += static_cast<std::size_t>(put);
+  }
+  return {};
+}
+
+// Told of the whole at once, the kernel makes large pages in its cache: half the time of a call for
+// each piece.
+Status OpenFile::WriteZeros(std::uint64_t offset, std::uint64_t size) {
+  constexpr std::size_t kPiecesAtOnce = 32;
+  static std::array<std::byte, 4096> zeros{};
+  std::array<iovec, kPiecesAtOnce> pieces;
+  while (size > 0) {
+    std::size_t count = 0;
+    for (std::uint64_t left = size; left > 0 && count < pieces.size(); ++count) {
+      const std::size_t length = std::min<std::uint64_t>(zeros.size(), left);
+      pieces[count] = {zeros.data(), length};
+      left -= length;
+    }
+    const auto put = Retry([&] {
+      return ::pwritev(m_handle.Get(), pieces.data(), static_cast<int>(count),
+                       static_cast<off_t>(offset));
+    });
+    if (put == -1) return LastStatus();
+    if (put == 0) return StatusOf(ENOSPC);
+    offset += static_cast<std::uint64_t>(put);
+    size -= static_cast<std::uint64_t>(put);
   }
   return {};
 }

@@ -17,6 +17,7 @@ class OpenFile final : public File {
   Status Read(std::uint64_t offset, void* data, std::size_t size, std::size_t& done) override;
   Status Write(std::uint64_t offset, const void* data, std::size_t size,
                std::size_t& done) override;
+  Status WriteZeros(std::uint64_t offset, std::uint64_t size) override;
   Status Append(const void* data, std::size_t size) override;
   Status GetInfo(FileInfo& info) override;
   Status Truncate(std::uint64_t length) override;
