@@ -190,9 +190,16 @@ TEST_F(Folders, Counters_follow_every_change_and_heal_from_any_bad_entry) {
     EXPECT_EQ(a.GetUnreadDocumentCount(), 1) << bad;
     EXPECT_EQ(Cache("2"), "1,0");
   }
+  write("2", "");
+  CMSDocument passing = NewUnreadLetter(a);
+  a.DeleteDocument(passing);
+  EXPECT_EQ(Cache("2"), "");  // changes count only what is counted
+  write("2", "5,0");
+  EXPECT_EQ(a.GetUnreadDocumentCount(), 5);
+  write("2", "1,0");
   write("3", "7,7");
   const unsigned long letters[] = {marked.ID(), unread.ID()};
-  marked = unread = sent = {};
+  marked = unread = sent = passing = {};
   Reopen([&] { platform::WriteProfileString(dir / "ms3.db", "Maintenance", "State", "Active"); });
   EXPECT_EQ(Cache("2") + Cache("3"), "");  // what was cut off may have counted wrong
   EXPECT_EQ(b.GetUnreadDocumentCount(), 1);

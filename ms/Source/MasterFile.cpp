@@ -120,11 +120,14 @@ std::string CMSMasterFile::ReadState() const {
 std::string CMSMasterFile::ReadExtraFolderData(std::uint32_t folder) const {
   if (const auto found = m_waiting.find(folder); found != m_waiting.end())
     return found->second.value_or("");
+  if (folder == m_without) return {};
   // Whoever has the store open for writing has it alone, and no other process writes the section.
   const auto writer =
       m_readOnly ? platform::ProfileWriter::Anyone : platform::ProfileWriter::ThisProcess;
-  return platform::ReadProfileString(Path(), kFolderSection, std::to_string(folder), "", kCapacity,
-                                     writer);
+  std::string entry = platform::ReadProfileString(Path(), kFolderSection, std::to_string(folder),
+                                                  "", kCapacity, writer);
+  if (!m_readOnly && entry.empty()) m_without = folder;
+  return entry;
 }
 
 bool CMSMasterFile::SaveExtraFolderData(std::uint32_t folder, std::string value) {
@@ -144,6 +147,7 @@ bool CMSMasterFile::DropAllExtraFolderData() {
 
 bool CMSMasterFile::Keep(std::uint32_t folder, std::optional<std::string> entry) {
   if (m_readOnly) return false;
+  if (folder == m_without) m_without = kNoFolder;
   m_waiting.insert_or_assign(folder, std::move(entry));
   return true;
 }
@@ -158,7 +162,10 @@ CKitString CMSMasterFile::GetCustomData(const char* section, const char* key) {
 bool CMSMasterFile::WriteCustomData(const char* section, const char* key, const char* value) {
   const char* text = value != nullptr ? value : "";
   if (!IsName(section) || !IsName(key) || !CanBeRead(key) || HoldsLineBreak(text)) return false;
-  if (IsFolderSection(section) && !SaveEntries()) return false;
+  if (IsFolderSection(section)) {
+    if (!SaveEntries()) return false;
+    m_without = kNoFolder;
+  }
   return WriteThrough(section, key, text);
 }
 
