@@ -2,6 +2,7 @@
 // common.
 #pragma once
 
+#include <array>
 #include <exception>
 #include <new>
 #include <optional>
@@ -14,7 +15,7 @@
 #include "kit/SharedLock.h"
 
 // Traits give: Entry (default-constructible, with a member slot), Key and Of as CMSSortedRuns wants
-// them, kFormat, kUnique, Decode(payload, slot) and Encode(entry, payload).
+// them, kFormat, kUnique, Decode(payload, slot, entry) and Encode(entry, payload).
 //
 // Invariant: the live entries of the file are those of the map, each at its slot.
 //
@@ -153,6 +154,7 @@ class CMSEntryMap : private CMSGatherer {
     Entries entries;
     Key last{};
   };
+  static constexpr std::size_t kDecodedAtOnce = 256;
   static constexpr std::size_t kMaxSequences = Traits::kUnique ? 16 : 1;
 
   void WriteGathered() override {
@@ -163,17 +165,30 @@ class CMSEntryMap : private CMSGatherer {
   void Load() {
     const CSharedLocker guard(m_lock);
     std::vector<Sequence> sequences;
+    // Decoded some time before they are looked at: a processor waits when it loads at once what it
+    // has just stored in other pieces, which took a quarter of an opening.
+    std::array<Entry, kDecodedAtOnce> decoded;
+    std::size_t count = 0;
+    const auto take = [&] {
+      for (std::size_t i = 0; i < count; ++i) {
+        if (!Place(sequences, decoded[i])) KeepUnsorted(decoded[i]);
+      }
+      count = 0;
+    };
     m_file.Load([&](const std::byte* payload, std::uint32_t slot) {
-      const Entry entry = Traits::Decode(payload, slot);
-      if (Place(sequences, entry)) return;
-      if (m_unsorted.empty()) m_unsorted.reserve(m_file.Slots() - slot);
-      m_unsorted.push_back(entry);
+      Traits::Decode(payload, slot, decoded[count]);
+      if (++count == decoded.size()) take();
     });
+    take();
     for (Sequence& sequence : sequences) m_entries.Merge(std::move(sequence.entries));
     if constexpr (Traits::kUnique) {
       if (sequences.size() > 1) CheckDistinct();
       Sort();
     }
+  }
+  void KeepUnsorted(const Entry& entry) {
+    if (m_unsorted.empty()) m_unsorted.reserve(m_file.Slots() - entry.slot);
+    m_unsorted.push_back(entry);
   }
   // False when the entry continues none of the sequences and there are too many for one more.
   static bool Place(std::vector<Sequence>& sequences, const Entry& entry) {

@@ -17,10 +17,10 @@ struct CMSIndexTraits {
   static constexpr bool kUnique = true;
 
   static Key Of(const Entry& entry) { return entry.key; }
-  static Entry Decode(const std::byte* payload, std::uint32_t slot) {
+  static void Decode(const std::byte* payload, std::uint32_t slot, Entry& entry) {
     LittleU32 words[2];
     std::memcpy(words, payload, sizeof words);
-    return {words[0], words[1], slot};
+    entry = {words[0], words[1], slot};
   }
   static void Encode(const Entry& entry, std::byte* payload) {
     const LittleU32 words[2] = {entry.key, entry.value};

@@ -7,8 +7,8 @@
 
 #include "EntryMap.h"
 
-// Codec gives kFormat, and Encode(name, payload) and Decode(payload) for the name; the value of 4
-// bytes follows it.
+// Codec gives kFormat, and Encode(name, payload) and Decode(payload, name) for the name; the value
+// of 4 bytes follows it.
 template <class Name, class Codec>
 struct CMSMultiIndexTraits {
   // Equal names come in the order of their values; equal pairs may repeat. An entry is its own key,
@@ -24,10 +24,12 @@ struct CMSMultiIndexTraits {
   static constexpr bool kUnique = false;
 
   static const Key& Of(const Entry& entry) { return entry; }
-  static Entry Decode(const std::byte* payload, std::uint32_t slot) {
+  static void Decode(const std::byte* payload, std::uint32_t slot, Entry& entry) {
+    Codec::Decode(payload, entry.name);
     LittleU32 value;
     std::memcpy(&value, payload + kFormat.keySize, sizeof value);
-    return {Codec::Decode(payload), value, slot};
+    entry.value = value;
+    entry.slot = slot;
   }
   static void Encode(const Entry& entry, std::byte* payload) {
     Codec::Encode(entry.name, payload);

@@ -23,15 +23,8 @@ CPacketName CPacketName::Known(const std::string& name) {
   return known;
 }
 
-// What a damaged file holds behind the end of a name is no part of it.
-CPacketName CPacketNameCodec::Decode(const std::byte* payload) {
-  CPacketName name;
-  const void* const zero = std::memchr(payload, 0, CPacketName::kLength);
-  const std::size_t length =
-      zero == nullptr ? CPacketName::kLength
-                      : static_cast<std::size_t>(static_cast<const std::byte*>(zero) - payload);
-  std::memcpy(name.m_name.data(), payload, length);
-  return name;
+void CPacketName::ClearBehindEnd() {
+  std::fill(std::find(m_name.begin(), m_name.end(), 0), m_name.end(), 0);
 }
 
 void CPacketNameCodec::Encode(const CPacketName& name, std::byte* payload) {

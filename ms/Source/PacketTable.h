@@ -38,12 +38,18 @@ class CPacketName {
     return at(0) << 56 | at(1) << 48 | at(2) << 40 | at(3) << 32 | at(4) << 24 | at(5) << 16 |
            at(6) << 8 | at(7);
   }
+  // What a damaged file holds behind the end of a name is no part of it.
+  void ClearBehindEnd();
+
   std::array<char, kLength + 1> m_name{};
 };
 
 struct CPacketNameCodec {
   static constexpr CMSEntryFormat kFormat = kPacketFormat;
-  static CPacketName Decode(const std::byte* payload);
+  static void Decode(const std::byte* payload, CPacketName& name) {
+    std::memcpy(name.m_name.data(), payload, CPacketName::kLength);
+    if (std::memchr(payload, 0, CPacketName::kLength) != nullptr) name.ClearBehindEnd();
+  }
   static void Encode(const CPacketName& name, std::byte* payload);
 };
 

@@ -5,10 +5,10 @@
 #include "Set.h"
 
 struct SIDInfoCodec {
-  static SIDInfo Decode(const std::byte* payload) {
+  static void Decode(const std::byte* payload, SIDInfo& link) {
     LittleU32 words[3];
     std::memcpy(words, payload, sizeof words);
-    return {words[0], static_cast<std::int32_t>(std::uint32_t{words[1]}), words[2]};
+    link = {words[0], static_cast<std::int32_t>(std::uint32_t{words[1]}), words[2]};
   }
   static void Encode(const SIDInfo& link, std::byte* payload) {
     const LittleU32 words[3] = {link.parent, static_cast<std::uint32_t>(link.type), link.child};

@@ -5,7 +5,7 @@
 
 #include "EntryMap.h"
 
-// Codec gives Encode(element, payload) and Decode(payload) for an element of 12 bytes.
+// Codec gives Encode(element, payload) and Decode(payload, element) for an element of 12 bytes.
 template <class T, class Codec>
 struct CMSSetTraits {
   struct Entry {
@@ -17,8 +17,9 @@ struct CMSSetTraits {
   static constexpr bool kUnique = true;
 
   static const Key& Of(const Entry& entry) { return entry.element; }
-  static Entry Decode(const std::byte* payload, std::uint32_t slot) {
-    return {Codec::Decode(payload), slot};
+  static void Decode(const std::byte* payload, std::uint32_t slot, Entry& entry) {
+    Codec::Decode(payload, entry.element);
+    entry.slot = slot;
   }
   static void Encode(const Entry& entry, std::byte* payload) {
     Codec::Encode(entry.element, payload);
