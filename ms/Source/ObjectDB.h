@@ -73,6 +73,7 @@ class CMSObjectDBBase {
     }();
     bool tells = false;
   };
+  class PartGuard;
   static constexpr std::size_t kParts = 64;
 
   Part& PartOf(std::uint32_t key) { return m_parts[key % kParts]; }
