@@ -120,13 +120,13 @@ std::string CMSMasterFile::ReadState() const {
 std::string CMSMasterFile::ReadExtraFolderData(std::uint32_t folder) const {
   if (const auto found = m_waiting.find(folder); found != m_waiting.end())
     return found->second.value_or("");
-  if (folder == m_without) return {};
+  if (m_without.count(folder) != 0) return {};
   // Whoever has the store open for writing has it alone, and no other process writes the section.
   const auto writer =
       m_readOnly ? platform::ProfileWriter::Anyone : platform::ProfileWriter::ThisProcess;
   std::string entry = platform::ReadProfileString(Path(), kFolderSection, std::to_string(folder),
                                                   "", kCapacity, writer);
-  if (!m_readOnly && entry.empty()) m_without = folder;
+  if (!m_readOnly && entry.empty()) m_without.insert(folder);
   return entry;
 }
 
@@ -147,7 +147,7 @@ bool CMSMasterFile::DropAllExtraFolderData() {
 
 bool CMSMasterFile::Keep(std::uint32_t folder, std::optional<std::string> entry) {
   if (m_readOnly) return false;
-  if (folder == m_without) m_without = kNoFolder;
+  m_without.erase(folder);
   m_waiting.insert_or_assign(folder, std::move(entry));
   return true;
 }
@@ -164,7 +164,7 @@ bool CMSMasterFile::WriteCustomData(const char* section, const char* key, const 
   if (!IsName(section) || !IsName(key) || !CanBeRead(key) || HoldsLineBreak(text)) return false;
   if (IsFolderSection(section)) {
     if (!SaveEntries()) return false;
-    m_without = kNoFolder;
+    m_without.clear();
   }
   return WriteThrough(section, key, text);
 }

@@ -5,6 +5,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <unordered_set>
 #include <vector>
 
 #include "Durability.h"
@@ -62,9 +63,8 @@ class CMSMasterFile : public CMSSyncTarget {
 
   const std::string m_directory;
   const bool m_readOnly;
-  static constexpr std::uint32_t kNoFolder = 0;
-  // The folder last asked for that has no entry: each letter that comes to it asks again.
-  mutable std::uint32_t m_without = kNoFolder;
+  // Folders that were asked for and have no entry: each letter that comes or goes asks again.
+  mutable std::unordered_set<std::uint32_t> m_without;
   std::optional<Counters> m_saved;  // by the last SaveCounters, if it succeeded
   std::map<std::uint32_t, std::optional<std::string>> m_waiting;  // no text: to be removed
 };
