@@ -107,11 +107,12 @@ void CMSBackupRun::TellPlan() {
     }
     Count(counter, m_list[i].Size);
   }
-  if (!Has(kBackupMirror) || !m_mayRemove) return;
+  if (!m_mayRemove) return;
   std::unordered_set<std::uint32_t> living;
   for (const auto& decision : m_decisions) living.insert(decision.target);
   for (const auto& entry : LettersGone(living)) {
-    if (living.count(entry.target) == 0 && m_target.GetDocument(entry.target)) CountRemoved();
+    const bool goes = living.count(entry.target) == 0 && GoesWithLetter(entry.target);
+    if (goes && m_target.GetDocument(entry.target)) CountRemoved();
   }
   m_archiver.OnProgress();
 }
@@ -346,24 +347,28 @@ void CMSBackupRun::CountRemoved() {
   ++m_archiver.m_status.Removed;
 }
 
-bool CMSBackupRun::IsIncomplete(std::uint32_t document) {
-  const CMSDocument copy = m_target.GetDocument(document);
-  return copy && Try([&] { return !copy.IsAction(docflag::Complete); });
+// A letter that was copied while another thread was making it, and was deleted before it was copied
+// again, has never been whole, so its copy goes in any case.
+bool CMSBackupRun::GoesWithLetter(std::uint32_t document) {
+  if (Has(kBackupMirror)) return true;
+  try {
+    const CMSDocument copy = m_target.GetDocument(document);
+    return copy && !copy.IsAction(docflag::Complete);
+  } catch (const XKitMsg&) {
+    return false;  // one that cannot be read is a repair's business
+  }
 }
 
-// A copy that is another letter's by now stays. A letter that was copied while another thread was
-// making it, and was deleted before it was copied again, has never been whole, so its copy goes in
-// any case.
+// A copy that is another letter's by now stays.
 void CMSBackupRun::RemoveLost() {
-  const bool isMirror = Has(kBackupMirror);
   std::unordered_set<std::uint32_t> living;
   for (const auto& entry : LettersGone(living)) {
     const bool isOthers = living.count(entry.target) != 0;
-    const bool goes = !isOthers && (isMirror || IsIncomplete(entry.target));
+    const bool goes = !isOthers && GoesWithLetter(entry.target);
     if (goes && Delete(entry.target)) CountRemoved();
     if (goes || isOthers) m_map->Drop(entry.kind, entry.source);
   }
-  if (isMirror) RemoveLostFolders();
+  if (Has(kBackupMirror)) RemoveLostFolders();
 }
 
 // From the leaves up: a folder goes once nothing is left in it.

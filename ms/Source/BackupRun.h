@@ -65,7 +65,7 @@ class CMSBackupRun {
   bool Try(Body body);
   bool Delete(std::uint32_t document);
   std::vector<CMSBackupMap::Entry> LettersGone(std::unordered_set<std::uint32_t>& living);
-  bool IsIncomplete(std::uint32_t document);
+  bool GoesWithLetter(std::uint32_t document);
   void CountRemoved();
   void RemoveLost();
   void RemoveLostFolders();
