@@ -97,7 +97,7 @@ Status OpenFile::WriteZeros(std::uint64_t offset, std::uint64_t size) {
   while (size > 0) {
     std::size_t count = 0;
     for (std::uint64_t left = size; left > 0 && count < pieces.size(); ++count) {
-      const std::size_t length = std::min<std::uint64_t>(zeros.size(), left);
+      const auto length = static_cast<std::size_t>(std::min<std::uint64_t>(zeros.size(), left));
       pieces[count] = {zeros.data(), length};
       left -= length;
     }
