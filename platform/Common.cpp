@@ -11,8 +11,6 @@
 namespace platform {
 namespace {
 
-constexpr std::size_t kZeroPiece = 4096;
-
 std::atomic<FileSystem*> g_files{nullptr};
 std::atomic<Clock> g_clock{nullptr};
 std::atomic<RandomSource> g_random{nullptr};

@@ -121,6 +121,9 @@ class File {
   virtual Status Map(std::uint64_t length, Access access, std::unique_ptr<View>& view) = 0;
   // Waits for, then holds, the one inter-process writer lock of this file until it is closed.
   virtual Status LockForUpdate() = 0;
+
+ protected:
+  static constexpr std::size_t kZeroPiece = 4096;
 };
 
 class FileSystem {

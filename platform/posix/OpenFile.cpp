@@ -92,7 +92,7 @@ Status OpenFile::Write(std::uint64_t offset, const void* data, std::size_t size,
 // each piece.
 Status OpenFile::WriteZeros(std::uint64_t offset, std::uint64_t size) {
   constexpr std::size_t kPiecesAtOnce = 32;
-  static std::array<std::byte, 4096> zeros{};
+  static std::array<std::byte, kZeroPiece> zeros{};
   std::array<iovec, kPiecesAtOnce> pieces;
   while (size > 0) {
     std::size_t count = 0;
