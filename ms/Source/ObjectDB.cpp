@@ -8,8 +8,9 @@
 #include "ObjectAccess.h"
 #include "kit/KitErrors.h"
 
-// Whoever holds the lock of a part waits for a record from memory at most, which is far less than
-// to be put to sleep and woken: on that, two threads that read at random lost half of their time.
+// Whoever holds the lock of a part mostly waits for a record from memory, which is far less than to
+// be put to sleep and woken: on that, two threads that read at random lost half of their time. Only
+// a deletion may hold it for longer.
 class CMSObjectDBBase::PartGuard {
  public:
   explicit PartGuard(std::mutex& lock) : m_lock(lock, std::try_to_lock) {
